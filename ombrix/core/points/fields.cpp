@@ -1,0 +1,166 @@
+#include <utility>
+
+#include <ombrix/core/checked_lookup_detail.h>
+#include <ombrix/core/points/fields.h>
+
+namespace ombrix::core {
+
+const std::string FIELD_NORMAL = "normal";
+const std::string FIELD_DISTANCE = "distance";
+const std::string FIELD_AMBIENT = "ambient";
+
+const std::array<std::pair<std::string, std::type_index>, 3> FIELD_TABLE = {{
+    {FIELD_NORMAL, typeid(Vector3f)},
+    {FIELD_DISTANCE, typeid(float)},
+    {FIELD_AMBIENT, typeid(float)},
+}};
+
+std::size_t FieldContainer::hash::operator()(const std::string& name) const noexcept {
+    std::uint64_t h = 0xcbf29ce484222325u;
+    for (const char c : name) {
+        h ^= static_cast<unsigned char>(c);
+        h *= 0x100000001b3u;
+    }
+    return h;
+}
+
+template <class T>
+std::pair<std::shared_ptr<FieldArray<T>>, bool> FieldContainer::addField(const std::string& name) {
+    if (contains(name)) {
+        return {nullptr, false};
+    }
+    auto field = std::make_shared<FieldArray<T>>();
+    field->name = name;
+    field->components = std::is_same_v<T, float> ? 1 : 3;
+    insert(name, field);
+    return {std::move(field), true};
+}
+
+template OMBRIX_CORE_API std::pair<std::shared_ptr<FieldArray<float>>, bool>
+FieldContainer::addField<float>(const std::string&);
+template OMBRIX_CORE_API std::pair<std::shared_ptr<FieldArray<Vector3f>>, bool>
+FieldContainer::addField<Vector3f>(const std::string&);
+template OMBRIX_CORE_API std::pair<std::shared_ptr<FieldArray<Vector3d>>, bool>
+FieldContainer::addField<Vector3d>(const std::string&);
+
+bool FieldContainer::contains(const std::string& name) const { return fields_.count(name) != 0; }
+
+std::shared_ptr<FieldType> FieldContainer::get(const std::string& name) const {
+    return detail::checkedLookup(fields_, name);
+}
+
+void FieldContainer::clear() {
+    for (auto& [name, field] : fields_) {
+        field->clear();
+    }
+}
+
+void FieldContainer::release() {
+    for (auto& [name, field] : fields_) {
+        field->release();
+    }
+}
+
+void FieldContainer::reserve(std::uint64_t n) {
+    for (auto& [name, field] : fields_) {
+        field->reserve(n);
+    }
+}
+
+void FieldContainer::resize(std::uint64_t n) {
+    for (auto& [name, field] : fields_) {
+        field->resize(n);
+    }
+}
+
+void FieldContainer::append(const FieldContainer& other) {
+    for (const auto& [name, source] : other.fields_) {
+        counterpart(name, *source).append(*source);
+    }
+}
+
+void FieldContainer::append(const FieldContainer& other, std::uint64_t first, std::uint64_t last) {
+    for (const auto& [name, source] : other.fields_) {
+        if (!source->empty()) {
+            counterpart(name, *source).appendRange(*source, first, last);
+        } else {
+            counterpart(name, *source);
+        }
+    }
+}
+
+void FieldContainer::append(const FieldContainer& other, const std::vector<std::uint64_t>& indices) {
+    for (const auto& [name, source] : other.fields_) {
+        if (!source->empty()) {
+            counterpart(name, *source).appendSelected(*source, indices);
+        } else {
+            counterpart(name, *source);
+        }
+    }
+}
+
+void FieldContainer::assign(const FieldContainer& other) {
+    clearUnshared(other);
+    for (const auto& [name, source] : other.fields_) {
+        if (!shares(name, source)) {
+            counterpart(name, *source).append(*source);
+        }
+    }
+}
+
+void FieldContainer::assign(const FieldContainer& other, const std::vector<std::uint64_t>& indices) {
+    if (this == &other) {
+        for (auto& [name, field] : fields_) {
+            field->copySelected(*field, indices);
+        }
+        return;
+    }
+    for (auto& [name, field] : fields_) {
+        const auto source = other.fields_.find(name);
+        if (source != other.fields_.end() && source->second == field) {
+            auto own = field->makeEmpty();
+            own->name = field->name;
+            own->description = field->description;
+            own->components = field->components;
+            field = std::move(own);
+        } else {
+            field->clear();
+        }
+    }
+    append(other, indices);
+}
+
+void FieldContainer::clearUnshared(const FieldContainer& other) {
+    for (auto& [name, field] : fields_) {
+        if (!other.shares(name, field)) {
+            field->clear();
+        }
+    }
+}
+
+std::shared_ptr<FieldType>& FieldContainer::insert(const std::string& name,
+                                                   std::shared_ptr<FieldType> field) {
+    if (fields_.empty()) {
+        fields_.rehash(8);  // an empty container owns no buckets: most clouds of an octree have no fields
+    }
+    return fields_[name] = std::move(field);
+}
+
+FieldType& FieldContainer::counterpart(const std::string& name, const FieldType& source) {
+    const auto found = fields_.find(name);
+    if (found != fields_.end()) {
+        return *found->second;
+    }
+    auto field = source.makeEmpty();
+    field->name = source.name;
+    field->description = source.description;
+    field->components = source.components;
+    return *insert(name, std::move(field));
+}
+
+bool FieldContainer::shares(const std::string& name, const std::shared_ptr<FieldType>& field) const {
+    const auto found = fields_.find(name);
+    return found != fields_.end() && found->second == field;
+}
+
+}  // namespace ombrix::core
