@@ -2,7 +2,15 @@
 
 /// Everything of ombrix::core.
 #include <ombrix/core/color/color.h>
+#include <ombrix/core/octree/aabb.h>
+#include <ombrix/core/octree/full_octree_factory.h>
+#include <ombrix/core/octree/morton.h>
+#include <ombrix/core/octree/octree.h>
+#include <ombrix/core/octree/octree_converter.h>
+#include <ombrix/core/octree/octree_factory.h>
 #include <ombrix/core/points/fields.h>
 #include <ombrix/core/points/point.h>
 #include <ombrix/core/points/point_cloud.h>
 #include <ombrix/core/types.h>
+#include <ombrix/core/view/view_frustum.h>
+#include <ombrix/core/view/visibility.h>

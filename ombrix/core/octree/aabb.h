@@ -1,0 +1,36 @@
+#pragma once
+
+#include <ombrix/core/types.h>
+
+namespace ombrix::core {
+
+/// Axis-aligned box in double precision.
+struct Aabb {
+    Vector3d min;  ///< lower corner
+    Vector3d max;  ///< upper corner
+
+    /// Leaves both corners unset.
+    Aabb() = default;
+    Aabb(const Vector3d& lower, const Vector3d& upper) : min(lower), max(upper) {}
+
+    /// Grows the box so that it contains p.
+    void enclose(const Vector3d& p) {
+        min = min.cwiseMin(p);
+        max = max.cwiseMax(p);
+    }
+
+    [[nodiscard]] Vector3d center() const { return min + (max - min) * 0.5; }
+    /// Half of the edges.
+    [[nodiscard]] Vector3d radius() const { return (max - min) * 0.5; }
+
+    void setCenterRadius(const Vector3d& center, const Vector3d& radius) {
+        min = center - radius;
+        max = center + radius;
+    }
+    void setOriginTop(const Vector3d& origin, const Vector3d& top) {
+        min = origin;
+        max = top;
+    }
+};
+
+}  // namespace ombrix::core

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+
+#include <ombrix/core/core_export.h>
+#include <ombrix/core/octree/octree_factory.h>
+#include <ombrix/core/points/point_cloud.h>
+
+namespace ombrix::core {
+
+/// Builds a full octree: points in leaves only, each leaf with at most `capacity` points unless it lies at
+/// depth 21.
+///
+/// Collects copies of all points first; `operator()` keys and sorts them on several threads and cuts the
+/// tree. The points stay in the factory, which can build again or take more. Points of a leaf are in the
+/// order of their codes, points with equal codes in the order in which they were added. `size()` and
+/// `clear()` are the base's and do nothing.
+class OMBRIX_CORE_API FullOctreeFactory : public OctreeFactory {
+public:
+    FullOctreeFactory(const Vector3f& origin, const Vector3f& top, unsigned int capacity);
+    FullOctreeFactory(const Vector3f& origin, float extend, unsigned int capacity);
+
+    /// Adds all points with their fields, moved by `shift` (in double), and widens the scalar range.
+    void add(const PointCloud& cloud, const Vector3d& shift) override;
+    void add(const PointCloud& cloud) override;
+
+    /// Builds the tree into `out`: box, scalar range, type full, and the nodes. Positions in the leaves are
+    /// relative to the origin. Nodes that `out` holds already keep their points and receive more. Without
+    /// points there are no nodes.
+    void operator()(Octree& out) override;
+
+protected:
+    void factory(Octree& out);
+
+    PointCloud cloud_;  ///< all points added, relative to the origin
+    unsigned int capacity_;
+};
+
+}  // namespace ombrix::core
