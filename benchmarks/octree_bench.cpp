@@ -1,0 +1,110 @@
+// The full octree: what building it costs beside a sort of the same pairs, and what selection costs.
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <tbb/parallel_sort.h>
+
+#include <ombrix/core.h>
+
+#include "benchmarks/support/terrain.h"
+
+namespace {
+
+using namespace ombrix::core;
+using ombrix::benchmarks::terrainCloud;
+
+constexpr unsigned int CAPACITY = 128;
+constexpr float EDGE = 1000.0f;
+
+const PointCloud& cloudOf(std::int64_t n) {
+    static PointCloud cloud;
+    if (cloud.size() != static_cast<std::uint64_t>(n)) {
+        cloud = terrainCloud(static_cast<std::size_t>(n));
+    }
+    return cloud;
+}
+
+void FullOctreeAddAndBuild(benchmark::State& state) {
+    const PointCloud& cloud = cloudOf(state.range(0));
+    for (auto _ : state) {
+        FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
+        Octree octree;
+        factory.add(cloud);
+        factory(octree);
+        benchmark::DoNotOptimize(octree.keyCount());
+        state.PauseTiming();
+        octree = Octree();
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void MortonCodes(benchmark::State& state) {
+    const PointCloud& cloud = cloudOf(state.range(0));
+    for (auto _ : state) {
+        std::uint64_t sum = 0;
+        for (const Vector3f& p : cloud.positions()) {
+            sum += OctreeFactory::morton_keyd(p.cast<double>(), EDGE).key;
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+/// The yardstick: the library's task pool sorting the same (index, code) pairs.
+void ParallelSortOfPairs(benchmark::State& state) {
+    const PointCloud& cloud = cloudOf(state.range(0));
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> unsorted(cloud.size());
+    for (std::uint64_t i = 0; i < cloud.size(); ++i) {
+        unsorted[i] = {i, OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), EDGE).key};
+    }
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto pairs = unsorted;
+        state.ResumeTiming();
+        tbb::parallel_sort(pairs.begin(), pairs.end(),
+                           [](const auto& a, const auto& b) { return a.second < b.second; });
+        benchmark::DoNotOptimize(pairs.data());
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void VisibilityUpdate(benchmark::State& state) {
+    FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
+    Octree octree;
+    factory.add(cloudOf(state.range(0)));
+    factory(octree);
+    ViewFrustum frustum;
+    frustum.setIntrinsics(60.0f, 1.5f);
+    frustum.setPixelSize(1000, 1500);
+    frustum.setClipPlane(0.1f, 5000.0f);
+    ViewFrustum::Pose pose = ViewFrustum::Pose::Identity();
+    pose.translation() = Vector3f(500.0f, 500.0f, -400.0f);
+    frustum.setPosition(pose);
+    Visibility visibility(octree);
+    std::uint64_t points = 0;
+    for (auto _ : state) {
+        points = visibility.update(frustum, static_cast<std::uint64_t>(state.range(1)), 0.0f);
+        benchmark::DoNotOptimize(points);
+    }
+    state.counters["nodes"] = static_cast<double>(octree.keyCount());
+    state.counters["selected"] = static_cast<double>(visibility.getVisibleNodeKeys().size());
+    state.counters["points"] = static_cast<double>(points);
+}
+
+BENCHMARK(FullOctreeAddAndBuild)
+    ->Arg(1'000'000)
+    ->Arg(10'000'000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(ParallelSortOfPairs)->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(MortonCodes)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(VisibilityUpdate)
+    ->Args({10'000'000, 0})
+    ->Args({10'000'000, 100'000})
+    ->Args({10'000'000, 1'000'000})
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
