@@ -1,9 +1,8 @@
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
+#include <vector>
 
 #include <ombrix/core/octree/full_octree_factory.h>
+#include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/octree_converter.h>
-#include <ombrix/core/octree/sort_pairs_detail.h>
 
 namespace ombrix::core {
 
@@ -29,18 +28,12 @@ void FullOctreeFactory::operator()(Octree& out) {
 void FullOctreeFactory::factory(Octree& out) {
     copyStateTo(out, Octree::FULL);
 
-    // Key the points
-    const std::uint64_t count = cloud_.size();
-    OctreeConverter::PairVector pairs(count);
-    tbb::parallel_for(tbb::blocked_range<std::uint64_t>(0, count),
-                      [&](const tbb::blocked_range<std::uint64_t>& range) {
-                          for (std::uint64_t i = range.begin(); i != range.end(); ++i) {
-                              pairs[i] = {i, morton_keyd(cloud_.positions()[i].cast<double>()).key};
-                          }
-                      });
-
+    const std::vector<Vector3f>& positions = cloud_.positions();
+    OctreeConverter::PairVector pairs = detail::mortonPairs(
+        positions.size(), [&](std::uint64_t i) { return morton_keyd(positions[i].cast<double>()).key; });
     detail::sortByCode(pairs);
-    OctreeConverter::recursiveBuild(cloud_, pairs, {0, count - 1, 1, 0}, capacity_, false, out);
+    // Without points the last position wraps around and the run counts as empty.
+    OctreeConverter::recursiveBuild(cloud_, pairs, {0, positions.size() - 1, 1, 0}, capacity_, false, out);
 }
 
 }  // namespace ombrix::core
