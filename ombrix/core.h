@@ -1,7 +1,9 @@
 #pragma once
 
 /// Everything of ombrix::core.
+#include <ombrix/core/analysis/kd_tree.h>
 #include <ombrix/core/color/color.h>
+#include <ombrix/core/color/color_map.h>
 #include <ombrix/core/octree/aabb.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/morton.h>

@@ -4,6 +4,18 @@
 #include <ombrix/core/points/fields.h>
 
 namespace ombrix::core {
+namespace {
+
+/// A new, empty field of the same element type and names.
+std::shared_ptr<FieldType> emptyLike(const FieldType& field) {
+    auto empty = field.makeEmpty();
+    empty->name = field.name;
+    empty->description = field.description;
+    empty->components = field.components;
+    return empty;
+}
+
+}  // namespace
 
 const std::string FIELD_NORMAL = "normal";
 const std::string FIELD_DISTANCE = "distance";
@@ -118,16 +130,22 @@ void FieldContainer::assign(const FieldContainer& other, const std::vector<std::
     for (auto& [name, field] : fields_) {
         const auto source = other.fields_.find(name);
         if (source != other.fields_.end() && source->second == field) {
-            auto own = field->makeEmpty();
-            own->name = field->name;
-            own->description = field->description;
-            own->components = field->components;
-            field = std::move(own);
+            field = emptyLike(*field);
         } else {
             field->clear();
         }
     }
     append(other, indices);
+}
+
+void FieldContainer::detach(const std::string& name) {
+    const auto found = fields_.find(name);
+    if (found == fields_.end() || found->second.use_count() == 1) {
+        return;
+    }
+    auto own = emptyLike(*found->second);
+    own->copy(*found->second);
+    found->second = std::move(own);
 }
 
 void FieldContainer::clearUnshared(const FieldContainer& other) {
@@ -151,11 +169,7 @@ FieldType& FieldContainer::counterpart(const std::string& name, const FieldType&
     if (found != fields_.end()) {
         return *found->second;
     }
-    auto field = source.makeEmpty();
-    field->name = source.name;
-    field->description = source.description;
-    field->components = source.components;
-    return *insert(name, std::move(field));
+    return *insert(name, emptyLike(source));
 }
 
 bool FieldContainer::shares(const std::string& name, const std::shared_ptr<FieldType>& field) const {

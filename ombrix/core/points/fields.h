@@ -161,6 +161,10 @@ public:
     void assign(const FieldContainer& other);
     void assign(const FieldContainer& other, const std::vector<std::uint64_t>& indices);
 
+    /// Replaces the field of that name by a copy of this container's own where another container shares it
+    /// (or a caller holds it); else nothing happens.
+    void detach(const std::string& name);
+
     /// Empties every field that is not shared with `other`, and leaves the shared ones alone.
     void clearUnshared(const FieldContainer& other);
 
