@@ -6,6 +6,7 @@
 #include <ombrix/core/color/color_map.h>
 #include <ombrix/core/octree/aabb.h>
 #include <ombrix/core/octree/full_octree_factory.h>
+#include <ombrix/core/octree/knn_search.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/octree/octree_converter.h>
