@@ -107,9 +107,9 @@ private:
     std::vector<T> data_;
 };
 
-extern template class FieldArray<float>;
-extern template class FieldArray<Vector3f>;
-extern template class FieldArray<Vector3d>;
+extern template class OMBRIX_CORE_API FieldArray<float>;
+extern template class OMBRIX_CORE_API FieldArray<Vector3f>;
+extern template class OMBRIX_CORE_API FieldArray<Vector3d>;
 
 /// Fields by name. Copies of a container share the fields; moving leaves the source empty.
 ///

@@ -71,8 +71,8 @@ public:
     [[nodiscard]] bool hasNormals() const;
     /// The elements of the field "normal". A missing field is added first, even to a const cloud, which
     /// makes both forms writers then. The field must hold `Vector3f`.
-    [[nodiscard]] std::vector<Vector3f>& normals();
-    [[nodiscard]] const std::vector<Vector3f>& normals() const;
+    std::vector<Vector3f>& normals();
+    const std::vector<Vector3f>& normals() const;
 
     /// Lower and upper corner over all positions; NaN coordinates do not count.
     /// Empty cloud: +3.4028235e38 and -3.4028235e38 in each component.

@@ -1,0 +1,268 @@
+#include <map>
+#include <random>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include <ombrix/core/octree/morton.h>
+#include <ombrix/core/view/visibility.h>
+
+#include "tests/support/expect_throw.h"
+
+namespace {
+
+using namespace ombrix::core;
+using Keys = std::vector<std::uint64_t>;
+
+/// Makes the protected operations callable.
+struct OpenVisibility : Visibility {
+    using Visibility::getVisibleDepth;
+    using Visibility::projectedSize;
+    using Visibility::Visibility;
+};
+
+Octree randomTree(unsigned int seed, std::size_t count) {
+    std::mt19937_64 random(seed);
+    std::set<std::uint64_t> keys = {1};
+    Keys list = {1};
+    while (list.size() < count) {
+        const std::uint64_t child = child_key(list[random() % list.size()], random() % 8);
+        if (node_depth(child) <= 8 && keys.insert(child).second) {
+            list.push_back(child);
+        }
+    }
+    Keys sizes;
+    for (std::size_t i = 0; i < count; ++i) {
+        sizes.push_back(random() % 100);
+    }
+    Octree octree;
+    octree.setOriginTop(Vector3f(0, 0, 0), Vector3f(100, 100, 100));
+    octree.set_hierarchy(list, sizes);
+    for (auto& [key, node] : octree.nodes()) {
+        if (random() % 2 == 0) {
+            node.pc = std::make_shared<PointCloud>();
+            node.pc->resize(random() % 100);
+        }
+    }
+    return octree;
+}
+
+ViewFrustum randomCamera(unsigned int seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    const auto vector = [&] {
+        const float x = uniform(random);
+        const float y = uniform(random);
+        return Vector3f(x, y, uniform(random));
+    };
+    ViewFrustum frustum;
+    frustum.setIntrinsics(50.0f, 1.4f);
+    frustum.setPixelSize(1000, 1400);
+    frustum.setClipPlane(0.5f, 400.0f);
+    const Vector3f centre = Vector3f(50, 50, 50) + 120.0f * vector();
+    ViewFrustum::Pose pose = ViewFrustum::Pose::Identity();
+    const Vector3f z = (Vector3f(50, 50, 50) + 20.0f * vector() - centre).normalized();
+    const Vector3f x = Vector3f(0.3f, 0.9f, 0.1f).cross(z).normalized();
+    pose.linear() << x, z.cross(x), z;
+    pose.translation() = centre;
+    frustum.setPosition(pose);
+    frustum.setOrthographic(seed % 3 == 0);
+    frustum.setOrthographicSize(40.0f);
+    return frustum;
+}
+
+std::uint64_t pointsOf(const Octree::Node& node) {
+    return node.pc ? node.pc->size() : node.size;
+}
+
+/// The selection rule in plain words: of all nodes whose parent is selected and that are large enough, take
+/// the largest, until the budget is reached. Candidates are searched anew each time.
+Keys selectPlainly(const Octree& octree, const std::map<std::uint64_t, float>& sizes, std::uint64_t budget,
+                   float minSize) {
+    Keys selected;
+    std::set<std::uint64_t> taken;
+    for (std::uint64_t count = 0; count < budget;) {
+        std::uint64_t best = 0;
+        float bestSize = minSize;
+        for (const auto& [key, size] : sizes) {
+            const bool open = key == 1 || taken.count(key >> 3) != 0;
+            if (open && taken.count(key) == 0 && size > bestSize) {
+                best = key;
+                bestSize = size;
+            }
+        }
+        if (best == 0) {
+            break;
+        }
+        taken.insert(best);
+        selected.push_back(best);
+        count += pointsOf(octree.node(best));
+    }
+    return selected;
+}
+
+TEST(VisibilitySelection, AgreesWithAPlainRestatement) {
+    for (unsigned int seed = 1; seed <= 12; ++seed) {
+        Octree octree = randomTree(seed, 300);
+        const ViewFrustum frustum = randomCamera(seed);
+        OpenVisibility visibility(octree);
+        std::map<std::uint64_t, float> sizes;
+        std::set<float> distinct;
+        for (const auto& [key, node] : octree.nodes()) {
+            sizes[key] = visibility.projectedSize(frustum, node);
+            if (sizes[key] > 0.0f) {
+                EXPECT_TRUE(distinct.insert(sizes[key]).second || seed % 3 == 0);
+            }
+        }
+        if (seed % 3 == 0) {
+            continue;  // equal sizes come in any order; orthographic sizes are compared below
+        }
+        for (const std::uint64_t budget : {0u, 1u, 500u, 3000u, 1000000u}) {
+            for (const float minSize : {0.0f, 20.0f, 1e6f}) {
+                const Keys expected = selectPlainly(octree, sizes, budget, minSize);
+                std::uint64_t points = 0;
+                for (const std::uint64_t key : expected) {
+                    points += pointsOf(octree.node(key));
+                }
+                EXPECT_EQ(visibility.update(frustum, budget, minSize), points);
+                ASSERT_EQ(visibility.getVisibleNodeKeys(), expected) << "seed " << seed;
+                const std::set<std::uint64_t> flagged(expected.begin(), expected.end());
+                for (const auto& [key, node] : octree.nodes()) {
+                    EXPECT_EQ((node.flags & 2) != 0, flagged.count(key) != 0);
+                }
+            }
+        }
+    }
+}
+
+TEST(VisibilitySelection, PassesTheBudgetByTheLastNodeAtMostAndTakesTheLargestFirst) {
+    for (unsigned int seed = 3; seed <= 30; seed += 3) {
+        Octree octree = randomTree(seed, 500);
+        OpenVisibility visibility(octree);
+        const ViewFrustum frustum = randomCamera(seed);
+        const std::uint64_t points = visibility.update(frustum, 2000, 0.0f);
+        const Keys& keys = visibility.getVisibleNodeKeys();
+        if (!keys.empty()) {
+            EXPECT_LT(points - pointsOf(octree.node(keys.back())), 2000u);
+        }
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            const bool parentFirst =
+                keys[i] == 1 || std::find(keys.begin(), keys.begin() + static_cast<long>(i), keys[i] >> 3) !=
+                                    keys.begin() + static_cast<long>(i);
+            EXPECT_TRUE(parentFirst);
+        }
+    }
+}
+
+TEST(VisibilityProjectedSize, FollowsTheFormulasOfBothProjections) {
+    Octree octree;
+    octree.setOriginTop(Vector3f(0, 0, 0), Vector3f(8, 8, 8));
+    octree.add_node(1);
+    OpenVisibility visibility(octree);
+    ViewFrustum frustum;
+    frustum.setIntrinsics(90.0f, 1.0f);
+    frustum.setPixelSize(800, 800);
+    frustum.setClipPlane(0.1f, 1000.0f);
+    ViewFrustum::Pose pose = ViewFrustum::Pose::Identity();
+    pose.translation() = Vector3f(4, 1, -36);  // 40 away along z, 3 below the centre
+    frustum.setPosition(pose);
+    const double radius = 4.0 * std::sqrt(3.0);
+    EXPECT_NEAR(visibility.projectedSize(frustum, octree.node(1)), 400.0 * radius / std::hypot(40.0, 3.0),
+                1e-3);
+    frustum.setOrthographic(true);
+    frustum.setOrthographicSize(77.0f);
+    EXPECT_NEAR(visibility.projectedSize(frustum, octree.node(1)), 400.0 * radius / 40.0, 1e-3)
+        << "depth along the axis, whatever the orthographic size";
+    pose.translation() = Vector3f(4, 4, 50);
+    frustum.setPosition(pose);
+    EXPECT_EQ(visibility.projectedSize(frustum, octree.node(1)), 0.0f) << "behind the camera";
+    EXPECT_EQ(visibility.update(frustum, 100, 0.0f), 0u) << "0 is not larger than 0";
+    EXPECT_TRUE(visibility.getVisibleNodeKeys().empty());
+}
+
+TEST(VisibilityHierarchy, LaysSelectedChildrenOutTogether) {
+    for (const bool onlyLoaded : {false, true}) {
+        Octree octree = randomTree(7, 400);
+        octree.node(1).pc = std::make_shared<PointCloud>();
+        Visibility visibility(octree);
+        visibility.update(randomCamera(7), 4000, 0.0f);
+        visibility.buildHierarchy(onlyLoaded);
+        const auto& hierarchy = visibility.getHierarchy();
+        Keys expected;  // breadth first: by depth and key, without what lies below a node that is left out
+        std::set<std::uint64_t> kept = {0};
+        for (const std::uint64_t key : octree.branch(1)) {
+            const Octree::Node& node = octree.node(key);
+            if ((node.flags & 2) != 0 && (!onlyLoaded || node.pc) && kept.count(key >> 3) != 0) {
+                kept.insert(key);
+                expected.push_back(key);
+            }
+        }
+        ASSERT_EQ(hierarchy.size(), expected.size());
+        ASSERT_GT(hierarchy.size(), 10u);
+        for (std::size_t i = 0; i < hierarchy.size(); ++i) {
+            EXPECT_EQ(hierarchy[i].key, expected[i]);
+            std::uint64_t next = hierarchy[i].childOffset + i;
+            for (unsigned int octant = 0; octant < 8; ++octant) {
+                const std::uint64_t child = child_key(expected[i], octant);
+                ASSERT_EQ(hierarchy[i].childMask >> octant & 1, kept.count(child));
+                if (kept.count(child) != 0) {
+                    EXPECT_EQ(hierarchy[next++].key, child);
+                }
+            }
+            EXPECT_EQ(hierarchy[i].childMask == 0, hierarchy[i].childOffset == 0);
+        }
+    }
+}
+
+TEST(VisibilityHierarchy, PrintsALinePerEntryAndIsEmptyWithoutARoot) {
+    Octree octree;
+    Visibility visibility(octree);
+    visibility.buildHierarchy(false);
+    EXPECT_TRUE(visibility.getHierarchy().empty());
+    ombrix::test::expectMissingKey([&] { visibility.update(ViewFrustum(), 1, 0.0f); });
+    octree.set_hierarchy({1, 10, 13}, {});
+    for (auto& [key, node] : octree.nodes()) {
+        node.flags = 2;
+    }
+    visibility.buildHierarchy(false);
+    ::testing::internal::CaptureStdout();
+    visibility.debugHierarchyNodes();
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "h 36 1\nh 0 0\nh 0 0\n");
+}
+
+TEST(VisibilityDepth, AddsTheOctantToTheOffset) {
+    Octree octree;
+    octree.setOriginTop(Vector3f(0, 0, 0), Vector3f(8, 8, 8));
+    octree.set_hierarchy({1, 8, 9, 64 + 7, 15}, {});
+    for (auto& [key, node] : octree.nodes()) {
+        node.flags = 2;
+    }
+    OpenVisibility visibility(octree);
+    const auto depthAt = [&](Vector3f p) { return visibility.getVisibleDepth(p); };
+    EXPECT_EQ(depthAt(Vector3f(1, 1, 1)), 0.0f) << "no hierarchy yet";
+    visibility.buildHierarchy(false);
+    EXPECT_EQ(depthAt(Vector3f(1, 1, 1)), 1.0f);
+    EXPECT_EQ(depthAt(Vector3f(-5, -5, -5)), 1.0f) << "clamped to the lower corner";
+    EXPECT_EQ(depthAt(Vector3f(3, 3, 3)), 2.0f);
+    EXPECT_EQ(depthAt(Vector3f(5, 1, 1)), 0.0f) << "octant 4 is not selected";
+    EXPECT_EQ(depthAt(Vector3f(7, 7, 7)), 1.0f) << "octant 7 leads past the end of the hierarchy";
+    EXPECT_EQ(depthAt(Vector3f(1e30f, 1, 1)), 0.0f);
+    EXPECT_EQ(depthAt(Vector3f(std::nanf(""), 1, 1)), 1.0f) << "NaN counts as the lower corner";
+}
+
+TEST(VisibilityFailure, KeepsWhatWasSelectedWhenANodeIsMissing) {
+    Octree octree;
+    octree.setOriginTop(Vector3f(0, 0, 0), Vector3f(8, 8, 8));
+    octree.set_hierarchy({1}, {5});
+    octree.node(1).children = 1;
+    ViewFrustum frustum = randomCamera(1);
+    ViewFrustum::Pose pose = ViewFrustum::Pose::Identity();
+    pose.translation() = Vector3f(4, 4, -30);
+    frustum.setPosition(pose);
+    Visibility visibility(octree);
+    ombrix::test::expectMissingKey([&] { visibility.update(frustum, 1000, 0.0f); });
+    EXPECT_EQ(visibility.getVisibleNodeKeys(), Keys{1});
+    EXPECT_EQ(octree.node(1).flags & 2, 2);
+}
+
+}  // namespace
