@@ -14,7 +14,10 @@
 #include <ombrix/core/points/fields.h>
 #include <ombrix/core/points/point.h>
 #include <ombrix/core/points/point_cloud.h>
+#include <ombrix/core/services/hashes.h>
+#include <ombrix/core/services/logger.h>
 #include <ombrix/core/services/memory_mapped.h>
+#include <ombrix/core/services/progress.h>
 #include <ombrix/core/types.h>
 #include <ombrix/core/view/view_frustum.h>
 #include <ombrix/core/view/visibility.h>
