@@ -15,6 +15,8 @@
 
 namespace ombrix::core {
 
+class NestedStreams;
+
 /// Builds a nested octree: a level-of-detail tree in which every node holds points of its own.
 ///
 /// A new node is a bucket. With the 65536th point it becomes a grid of 128 x 128 x 128 cells over its cube
@@ -28,8 +30,6 @@ namespace ombrix::core {
 /// Points arrive one after another, and the order decides ties: the same input gives the same tree. One
 /// thread inserts at a time. Derived builders may replace every step: all insertions into a node go through
 /// `add(Node&, Point const&)` and all registrations of a child through `setChild`.
-class NestedStreams;
-
 class OMBRIX_CORE_API NestedOctreeFactory : public OctreeFactory {
 public:
     static constexpr unsigned int EXPAND_THRES = 65536;  ///< points at which a bucket becomes a grid

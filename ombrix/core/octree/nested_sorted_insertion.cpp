@@ -3,11 +3,8 @@
 #include <cstdlib>
 #include <utility>
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-
+#include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
-#include <ombrix/core/octree/sort_pairs_detail.h>
 #include <ombrix/core/points/point_reader_detail.h>
 
 namespace ombrix::core {
@@ -26,18 +23,11 @@ std::int64_t manhattan(std::uint64_t a, std::uint64_t b) {
 void NestedOctreeFactory::add_optim(const PointCloud& cloud) {
     widenScalarRange(cloud);
 
-    // Key the points
-    const std::uint64_t count = cloud.size();
     const detail::PointReader reader(cloud);
-    OctreeConverter::PairVector pairs(count);
-    tbb::parallel_for(tbb::blocked_range<std::uint64_t>(0, count),
-                      [&](const tbb::blocked_range<std::uint64_t>& range) {
-                          for (std::uint64_t i = range.begin(); i != range.end(); ++i) {
-                              const Vector3f local = cloud.positions()[i] - origin_;
-                              pairs[i] = {i, morton_keyd(local.cast<double>()).key};
-                          }
-                      });
-
+    OctreeConverter::PairVector pairs = detail::mortonPairs(cloud.size(), [&](std::uint64_t i) {
+        const Vector3f local = cloud.positions()[i] - origin_;
+        return morton_keyd(local.cast<double>()).key;
+    });
     detail::sortByCode(pairs);
     for (const auto& [i, code] : pairs) {
         Point p = reader.point(i);
