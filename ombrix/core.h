@@ -8,6 +8,8 @@
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/knn_search.h>
 #include <ombrix/core/octree/morton.h>
+#include <ombrix/core/octree/nested_cell_map.h>
+#include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/octree/octree_converter.h>
 #include <ombrix/core/octree/octree_factory.h>
