@@ -1,7 +1,15 @@
 #pragma once
 
 /// Everything of ombrix::core.
+#include <ombrix/core/analysis/curvature_density.h>
 #include <ombrix/core/analysis/kd_tree.h>
+#include <ombrix/core/analysis/mls.h>
+#include <ombrix/core/analysis/noise.h>
+#include <ombrix/core/analysis/normal_estimator.h>
+#include <ombrix/core/analysis/normal_orientation.h>
+#include <ombrix/core/analysis/pca.h>
+#include <ombrix/core/analysis/resolution.h>
+#include <ombrix/core/analysis/statistical_outliers.h>
 #include <ombrix/core/color/color.h>
 #include <ombrix/core/color/color_map.h>
 #include <ombrix/core/octree/aabb.h>

@@ -1,0 +1,110 @@
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <ombrix/core/analysis/normal_estimator.h>
+#include <ombrix/core/analysis/pca.h>
+#include <ombrix/core/analysis/spatial_order_detail.h>
+#include <ombrix/core/octree/morton.h>
+#include <ombrix/core/octree/octree.h>
+#include <ombrix/core/points/point_cloud.h>
+
+namespace ombrix::core {
+namespace {
+
+constexpr std::uint8_t NODE_RELATIVE = 8;
+
+template <class... Neighbourhood>
+Vector3f normalOf(bool empty, const Neighbourhood&... neighbourhood) {
+    if (empty) {
+        return Vector3f::Zero();
+    }
+    PCA pca;
+    pca.compute(neighbourhood...);
+    pca.sort();
+    return -1.0f * pca.eigenVector(0);
+}
+
+/// One normal per position into `normals`, which has their length.
+void estimate(const std::vector<Vector3f>& positions, std::size_t k, std::vector<Vector3f>& normals) {
+    const std::size_t wanted = std::min(k, positions.size());
+    const detail::SpatialCopy copy(positions);
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, copy.size(), detail::SPATIAL_GRAIN),
+                      [&](const tbb::blocked_range<std::size_t>& range) {
+                          std::vector<std::size_t> indices(wanted);
+                          std::vector<float> sqDists(wanted);
+                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
+                              indices.resize(wanted);
+                              indices.resize(copy.knn(i, wanted, indices.data(), sqDists.data()));
+                              normals[copy.original(i)] = NormalEstimator::compute(copy.points(), indices);
+                          }
+                      });
+}
+
+/// The loaded nodes of depth <= `depth` by ascending key, so that the result does not depend on the map.
+std::vector<const Octree::Node*> loadedNodes(const Octree& octree, unsigned int depth) {
+    std::vector<const Octree::Node*> loaded;
+    for (const auto& [key, node] : octree.nodes()) {
+        if (node.pc && node_depth(key) <= depth) {
+            loaded.push_back(&node);
+        }
+    }
+    std::sort(loaded.begin(), loaded.end(),
+              [](const Octree::Node* a, const Octree::Node* b) { return a->key < b->key; });
+    return loaded;
+}
+
+}  // namespace
+
+Vector3f NormalEstimator::compute(const std::vector<Point>& nbrs) {
+    return normalOf(nbrs.empty(), nbrs);
+}
+
+Vector3f NormalEstimator::compute(const std::vector<Point>& pts, const std::vector<std::size_t>& indices) {
+    return normalOf(indices.empty(), pts, indices);
+}
+
+Vector3f NormalEstimator::compute(const std::vector<Vector3f>& pts, const std::vector<std::size_t>& indices) {
+    return normalOf(indices.empty(), pts, indices);
+}
+
+void NormalEstimator::compute(PointCloud& cloud, std::size_t k) {
+    std::vector<Vector3f>& normals = cloud.normals();
+    normals.resize(cloud.size());
+    estimate(cloud.positions(), k, normals);
+}
+
+void NormalEstimator::compute(Octree& octree, int k, unsigned int depth) {
+    if (k <= 0) {
+        return;
+    }
+    const std::vector<const Octree::Node*> nodes = loadedNodes(octree, depth);
+
+    // Gather the positions, relative to the tree's origin
+    std::vector<Vector3f> positions;
+    for (const Octree::Node* node : nodes) {
+        const bool relative = (node->flags & NODE_RELATIVE) != 0;
+        const Vector3f offset = relative ? octree.node_origin(*node) : Vector3f::Zero().eval();
+        for (const Vector3f& p : node->pc->positions()) {
+            positions.push_back(p + offset);
+        }
+    }
+
+    std::vector<Vector3f> normals(positions.size());
+    estimate(positions, static_cast<std::size_t>(k), normals);
+
+    // Scatter the normals back
+    auto next = normals.cbegin();
+    for (const Octree::Node* node : nodes) {
+        PointCloud& cloud = *node->pc;
+        const auto end = next + static_cast<std::ptrdiff_t>(cloud.size());
+        cloud.fields().detach(FIELD_NORMAL);
+        cloud.normals().assign(next, end);
+        next = end;
+    }
+}
+
+}  // namespace ombrix::core

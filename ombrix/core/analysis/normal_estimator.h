@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include <ombrix/core/core_export.h>
+#include <ombrix/core/points/point.h>
+#include <ombrix/core/types.h>
+
+namespace ombrix::core {
+
+class kNNSearch;
+class Octree;
+class PointCloud;
+
+/// Surface normals from neighbourhoods: the negated eigenvector of the smallest eigenvalue of `PCA`.
+///
+/// A normal has length 1 within rounding. On purpose it points to whichever side the solver yields; see
+/// `NormalOrientation` for sides that agree. Coincident points give (-1, 0, 0), no points at all (0, 0, 0).
+class OMBRIX_CORE_API NormalEstimator {
+public:
+    /// Normal of one neighbourhood: of all points, or of those with the listed indices.
+    [[nodiscard]] static Vector3f compute(const std::vector<Point>& nbrs);
+    [[nodiscard]] static Vector3f compute(const std::vector<Point>& pts,
+                                          const std::vector<std::size_t>& indices);
+    [[nodiscard]] static Vector3f compute(const std::vector<Vector3f>& pts,
+                                          const std::vector<std::size_t>& indices);
+
+    /// Normals of all points of a cloud, each from its k nearest neighbours (itself included), into the
+    /// cloud's `normals()`; on several threads. Neighbours are those of `KDTree::knnSearch`. A position that
+    /// is not finite has no neighbours and gets (0, 0, 0), as every point does for k = 0.
+    static void compute(PointCloud& cloud, std::size_t k);
+
+    /// The same for all points of the loaded nodes of depth <= `depth`, across the borders of nodes. A
+    /// "normal" field that another cloud shares is replaced by one of the node's own first. Nothing happens
+    /// for k <= 0.
+    static void compute(Octree& octree, int k, unsigned int depth);
+};
+
+}  // namespace ombrix::core

@@ -1,0 +1,112 @@
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <ombrix/core/analysis/spatial_order_detail.h>
+#include <ombrix/core/octree/morton.h>
+
+namespace ombrix::core::detail {
+namespace {
+
+// One word per point: 30 bits of code above 34 bits of index.
+constexpr unsigned int CELL_BITS = 10;
+constexpr unsigned int INDEX_BITS = 64 - 3 * CELL_BITS;
+constexpr float CELLS = 1u << CELL_BITS;
+
+struct Box {
+    Vector3f min = Vector3f::Constant(std::numeric_limits<float>::max());
+    Vector3f max = Vector3f::Constant(std::numeric_limits<float>::lowest());
+};
+
+Box finiteBox(const std::vector<Vector3f>& points) {
+    Box box;
+    for (const Vector3f& p : points) {
+        if (p.allFinite()) {
+            box.min = box.min.cwiseMin(p);
+            box.max = box.max.cwiseMax(p);
+        }
+    }
+    return box;
+}
+
+std::uint32_t cell(float offset, float cellsPerUnit) {
+    const float c = offset * cellsPerUnit;
+    return c >= 0.0f ? static_cast<std::uint32_t>(std::min(c, CELLS - 1.0f)) : 0u;
+}
+
+std::vector<std::uint64_t> codedIndices(const std::vector<Vector3f>& points) {
+    const Box box = finiteBox(points);
+    const float side = (box.max - box.min).maxCoeff();
+    const float cellsPerUnit = side > 0.0f ? CELLS / side : 0.0f;
+    std::vector<std::uint64_t> words(points.size());
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, points.size(), SPATIAL_GRAIN),
+                      [&](const tbb::blocked_range<std::size_t>& range) {
+                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
+                              const Vector3f d = points[i] - box.min;
+                              const morton3d<std::uint64_t> code(cell(d.x(), cellsPerUnit),
+                                                                 cell(d.y(), cellsPerUnit),
+                                                                 cell(d.z(), cellsPerUnit));
+                              words[i] = code.key << INDEX_BITS | i;
+                          }
+                      });
+    return words;
+}
+
+/// Stable sort by the code alone: three counting passes of ten bits.
+void sortByCode(std::vector<std::uint64_t>& words) {
+    constexpr std::size_t DIGITS = std::size_t{1} << CELL_BITS;
+    std::array<std::array<std::size_t, DIGITS>, 3> starts{};
+    const auto digit = [](std::uint64_t word, unsigned int pass) {
+        return word >> (INDEX_BITS + pass * CELL_BITS) & (DIGITS - 1);
+    };
+    for (const std::uint64_t word : words) {
+        for (unsigned int pass = 0; pass < 3; ++pass) {
+            ++starts[pass][digit(word, pass)];
+        }
+    }
+    std::vector<std::uint64_t> sorted(words.size());
+    for (unsigned int pass = 0; pass < 3; ++pass) {
+        std::exclusive_scan(starts[pass].begin(), starts[pass].end(), starts[pass].begin(), std::size_t{0});
+        for (const std::uint64_t word : words) {
+            sorted[starts[pass][digit(word, pass)]++] = word;
+        }
+        words.swap(sorted);
+    }
+}
+
+std::vector<Vector3f> gathered(const std::vector<Vector3f>& points, const std::vector<std::uint64_t>& order) {
+    std::vector<Vector3f> out(points.size());
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, out.size(), SPATIAL_GRAIN),
+                      [&](const tbb::blocked_range<std::size_t>& range) {
+                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
+                              out[i] = points[order[i]];
+                          }
+                      });
+    return out;
+}
+
+}  // namespace
+
+std::vector<std::uint64_t> spatialOrder(const std::vector<Vector3f>& points) {
+    if (points.size() >> INDEX_BITS != 0) {
+        std::vector<std::uint64_t> asGiven(points.size());
+        std::iota(asGiven.begin(), asGiven.end(), std::uint64_t{0});
+        return asGiven;
+    }
+    std::vector<std::uint64_t> order = codedIndices(points);
+    sortByCode(order);
+    for (std::uint64_t& word : order) {
+        word &= (std::uint64_t{1} << INDEX_BITS) - 1;
+    }
+    return order;
+}
+
+SpatialCopy::SpatialCopy(const std::vector<Vector3f>& points)
+    : order_(spatialOrder(points)), points_(gathered(points, order_)), index_(points_) {}
+
+}  // namespace ombrix::core::detail
