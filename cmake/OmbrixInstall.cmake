@@ -12,6 +12,8 @@ install(FILES
     "${PROJECT_BINARY_DIR}/package/ombrixcoreConfigVersion.cmake"
     DESTINATION ${package_dir})
 
+# Relative to the .pc file, so that the package can be installed anywhere and moved.
+file(RELATIVE_PATH pc_to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 set(pc_libs "-lombrix_mesh -lombrix_core")
 if(OMBRIX_BUILD_IO)
     string(PREPEND pc_libs "-lombrix_io ")
