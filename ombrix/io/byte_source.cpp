@@ -8,7 +8,7 @@
 namespace ombrix::io::detail {
 
 ByteSource::ByteSource(const std::filesystem::path& path, std::uint64_t windowBytes)
-    : path_(path.string()), window_(std::max(windowBytes, std::uint64_t{1})) {
+    : path_(path.string()), window_(std::max(windowBytes, core::MemoryMapped::getpagesize())) {
     std::error_code code;
     const std::filesystem::file_status status = std::filesystem::status(path, code);
     if (!std::filesystem::exists(status)) {

@@ -34,7 +34,8 @@ struct ReadOptions {
     /// Asked several times a second; a request makes `readPoints` throw `Stopped`.
     std::stop_token stop;
 
-    /// How much of the file is mapped at a time, in bytes; a single record or line may need more.
+    /// How much of the file is mapped at a time, in bytes; at least a page, more where a single record or
+    /// line needs it.
     std::uint64_t viewBytes = std::uint64_t{64} << 20;
 };
 

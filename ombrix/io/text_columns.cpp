@@ -99,6 +99,7 @@ std::vector<Column> guessedTextColumns(std::span<const double> rows, std::size_t
     bool color = false;
     bool normal = false;
     bool intensity = false;
+    bool field = false;
     while (columns.size() < count) {
         const std::size_t at = columns.size();
         const std::size_t left = count - at;
@@ -111,11 +112,12 @@ std::vector<Column> guessedTextColumns(std::span<const double> rows, std::size_t
         } else if (three && !color && (all(at, areChannels) || all(at, areUnitChannels))) {
             add(Role::Red, 3);
             color = true;
-        } else if (!intensity && (intensityFirst || left == 1 || left == 4)) {
+        } else if (!intensity && !field && (intensityFirst || left == 1)) {
             add(Role::Intensity, 1);
             intensity = true;
         } else {
             add(Role::Field, 1);
+            field = true;
         }
     }
     return columns;

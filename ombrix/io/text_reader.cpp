@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <ombrix/io/cloud_builder_detail.h>
@@ -31,6 +32,7 @@ private:
     [[nodiscard]] bool nextLine(std::string_view& line);
     void readStart();
     [[nodiscard]] bool takesHeader(std::string_view line);
+    void setColumns(std::vector<Column> columns);
     void nameColumns(const std::vector<std::string_view>& names, const char* what);
     void readRow(std::string_view line);
     double takeValue(const char*& at, const char* end);
@@ -76,8 +78,17 @@ bool TextReader::nextLine(std::string_view& line) {
     return false;
 }
 
+void TextReader::setColumns(std::vector<Column> columns) {
+    columns_ = std::move(columns);
+    for (const Column& column : columns_) {
+        if (column.role == Role::Red || column.role == Role::Green || column.role == Role::Blue) {
+            channels_.push_back(column.offset / sizeof(double));
+        }
+    }
+}
+
 void TextReader::nameColumns(const std::vector<std::string_view>& names, const char* what) {
-    columns_ = namedTextColumns(names);
+    setColumns(namedTextColumns(names));
     if (columns_.empty()) {
         lines_.fail(std::string(what) + " without x, y and z");
     }
@@ -125,7 +136,9 @@ void TextReader::readStart() {
                 lines_.fail("a point needs three columns");
             }
             const std::vector<std::string_view> names = cutLine(comment_, separatorOf(comment_));
-            columns_ = names.size() == pieces ? namedTextColumns(names) : std::vector<Column>{};
+            if (names.size() == pieces) {
+                setColumns(namedTextColumns(names));
+            }
             count_ = pieces;
         }
         readRow(line);
@@ -189,12 +202,7 @@ void TextReader::readRow(std::string_view line) {
 
 void TextReader::startBuilder() {
     if (columns_.empty()) {
-        columns_ = guessedTextColumns(rows_, count_);
-    }
-    for (const Column& column : columns_) {
-        if (column.role == Role::Red || column.role == Role::Green || column.role == Role::Blue) {
-            channels_.push_back(column.offset / sizeof(double));
-        }
+        setColumns(guessedTextColumns(rows_, count_));
     }
     RecordTraits traits;
     traits.colors = ColorDepth::Kind::Text;
