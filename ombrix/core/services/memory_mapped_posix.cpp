@@ -14,7 +14,8 @@ namespace {
 
 // A file's handle is its descriptor + 1, so that 0, a descriptor like others, is not null.
 void* toHandle(int descriptor) noexcept {
-    return reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor) + 1);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): never dereferenced
+    return reinterpret_cast<void*>(std::intptr_t{descriptor} + 1);
 }
 
 int toDescriptor(void* handle) noexcept {

@@ -92,11 +92,24 @@ std::string groupPath(std::string_view groups, const GroupFiles& files) {
     return {};
 }
 
-/// Lowers the figures to what one group, and each group above it, leaves.
-void applyGroups(MemoryStatus& status, const std::string& root, const std::string& mountPoint,
-                 std::string path, const GroupFiles& files) {
+/// Path of a group below the folder that is mounted: in a container that may be the group itself already,
+/// or not contain it.
+std::string pathInMount(const std::string& group, const std::string& mountRoot) {
+    std::string path = group;
+    if (mountRoot != "/") {
+        const bool inside = group.starts_with(mountRoot) &&
+                            (group.size() == mountRoot.size() || group[mountRoot.size()] == '/');
+        path = inside ? group.substr(mountRoot.size()) : "";
+    }
+    return path == "/" || path.find("/..") != std::string::npos ? "" : path;
+}
+
+/// Lowers the figures to what the group at a path below `mountPoint`, and each group above it, leaves.
+void applyGroups(MemoryStatus& status, const std::string& mountPoint, std::string path,
+                 const GroupFiles& files) {
     for (;;) {
-        const std::string folder = root + mountPoint + path + '/';
+        std::string folder = mountPoint;
+        folder.append(path).append("/");
         const auto limit = toNumber(readFile(folder + std::string(files.limit)));
         if (limit) {
             const std::string stat = readFile(folder + "memory.stat");
@@ -115,22 +128,18 @@ void applyGroups(MemoryStatus& status, const std::string& root, const std::strin
 }
 
 void applyControlGroups(MemoryStatus& status, const std::string& root, const GroupFiles& files) {
-    std::string path = groupPath(readFile(root + "/proc/self/cgroup"), files);
+    const std::string group = groupPath(readFile(root + "/proc/self/cgroup"), files);
+    if (group.empty())
+        return;
     const std::string mounts = readFile(root + "/proc/self/mountinfo");
     for (const std::string_view line : split(mounts, '\n')) {
         // id parent device root mount-point options... - type source super-options
         const auto words = split(line, ' ');
         const auto dash = std::find(words.begin(), words.end(), "-");
-        if (path.empty() || words.size() < 5 || words.end() - dash < 4 || dash[1] != files.fileSystem ||
+        if (words.size() < 5 || words.end() - dash < 4 || dash[1] != files.fileSystem ||
             (&files == &VERSION_1 && !lists(dash[3], "memory")))
             continue;
-        // In a container the mounted folder may be the process's own group already, or not show it at all.
-        const std::string mountRoot = unescape(words[3]);
-        if (mountRoot != "/")
-            path = (path + '/').starts_with(mountRoot + '/') ? path.substr(mountRoot.size()) : "";
-        if (path == "/" || path.find("/..") != std::string::npos)
-            path.clear();
-        applyGroups(status, root, unescape(words[4]), path, files);
+        applyGroups(status, root + unescape(words[4]), pathInMount(group, unescape(words[3])), files);
         return;
     }
 }

@@ -72,6 +72,33 @@ TEST(MemoryMappedPosix, RefusesARangeThatTheFileHasLost) {
     EXPECT_TRUE(file.remap(page, 1));
 }
 
+#ifdef __linux__
+/// The kernel's two-letter flags of the memory mapped from a file.
+std::string kernelFlags(const std::string& path) {
+    std::ifstream maps("/proc/self/smaps");
+    std::string line;
+    for (bool found = false; std::getline(maps, line);) {
+        found = found || line.ends_with(path);
+        if (found && line.starts_with("VmFlags:"))
+            return line;
+    }
+    return "";
+}
+
+TEST(MemoryMappedPosix, HandsTheHintToTheKernelForEveryView) {
+    const TempPath path(someBytes(10));
+    for (const auto hint : {MemoryMapped::Normal, MemoryMapped::SequentialScan, MemoryMapped::RandomAccess}) {
+        MemoryMapped opened(path.str(), 0, hint);
+        MemoryMapped file(std::move(opened));
+        ASSERT_TRUE(file.remap(0, 5));
+        const std::string flags = kernelFlags(path.str());
+        EXPECT_NE(flags.find(" rd"), std::string::npos);
+        EXPECT_EQ(flags.find(" sr") != std::string::npos, hint == MemoryMapped::SequentialScan);
+        EXPECT_EQ(flags.find(" rr") != std::string::npos, hint == MemoryMapped::RandomAccess);
+    }
+}
+#endif
+
 /// A folder that looks like the root of a system whose memory is 1000 KiB, 600 of them available.
 class MemoryStatus : public testing::Test {
 protected:
@@ -121,15 +148,16 @@ TEST_F(MemoryStatus, IsTheTightestOfTheGroupsAbove) {
 }
 
 TEST_F(MemoryStatus, ReadsTheFirstVersionOfControlGroupsInAContainer) {
-    write("/proc/self/cgroup", "5:cpu,cpuacct:/c/1\n4:hugetlb,memory:/c/1/sub\n0::/\n");
+    write("/proc/self/cgroup", "5:cpu,cpuacct:/c/1\n4:hugetlb,memory:/c/1/sub/job\n0::/\n");
     write("/proc/self/mountinfo",
           "34 31 0:30 /c/1 /cg/cpu rw - cgroup cgroup rw,cpu\n"
           "35 31 0:32 /c/1 /cg/memory rw - cgroup cgroup rw,hugetlb,memory\n");
+    write("/cg/memory/sub/job/memory.limit_in_bytes", "350000\n");
     write("/cg/memory/sub/memory.limit_in_bytes", "9223372036854771712\n");
     write("/cg/memory/memory.limit_in_bytes", "400000\n");
     write("/cg/memory/memory.usage_in_bytes", "300000\n");
     write("/cg/memory/memory.stat", "inactive_file 7\ntotal_inactive_file 100000\ntotal_active_file 0\n");
-    expect(400'000, 200'000, 50);
+    expect(350'000, 200'000, 42);
 }
 
 }  // namespace

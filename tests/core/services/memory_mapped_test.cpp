@@ -35,6 +35,7 @@ void expectAtThrows(const MemoryMapped& file, std::uint64_t i, const std::string
 }
 
 void expectLikeNew(const MemoryMapped& file) {
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.Move): what a moved-from object answers is promised
     EXPECT_FALSE(file.isValid());
     EXPECT_EQ(file.getData(), nullptr);
     EXPECT_EQ(file.size(), 0u);
@@ -66,17 +67,11 @@ TEST(MemoryMapped, MapsAsMuchAsWasAskedForButNotMoreThanThereIs) {
         MemoryMapped file;
         ASSERT_TRUE(file.open(path.str(), request));
         EXPECT_EQ(viewOf(file), slice(content, 0, std::min<std::uint64_t>(request, 100)));
-        EXPECT_EQ(file.size(), 100u);
         EXPECT_EQ(file.filename(), "");
+        // The bound of `at` is the file's size; these bytes lie outside of a short view, but in its page.
+        EXPECT_EQ(file.at(99), content[99]);
+        expectAtThrows<std::out_of_range>(file, 100, "View is not large enough");
     }
-}
-
-TEST(MemoryMapped, BoundsAtByTheFileNotByTheView) {
-    const Bytes content = someBytes(100);
-    const TempPath path(content);
-    const MemoryMapped file(path.str(), 10);
-    EXPECT_EQ(file.at(50), content[50]);  // outside of the view, but in its page
-    expectAtThrows<std::out_of_range>(file, 100, "View is not large enough");
 }
 
 TEST(MemoryMapped, FailsOnWhatCannotBeMappedAndCanBeUsedAgain) {
@@ -153,6 +148,7 @@ TEST(MemoryMapped, ReachesBytesBeyondFourGibibytes) {
     EXPECT_EQ(viewOf(file), (Bytes{'e', 'n', 'd'}));
 }
 
+// NOLINTBEGIN(bugprone-use-after-move)
 TEST(MemoryMapped, MovesTheViewAndLeavesANewObject) {
     const TempPath path(someBytes(50)), other(someBytes(9, 2));
     MemoryMapped source(path.str(), 0, MemoryMapped::RandomAccess);
@@ -173,6 +169,7 @@ TEST(MemoryMapped, MovesTheViewAndLeavesANewObject) {
     EXPECT_TRUE(source.open(other.str()));
     EXPECT_EQ(viewOf(source), someBytes(9, 2));
 }
+// NOLINTEND(bugprone-use-after-move)
 
 TEST(MemoryMapped, ReportsTheMachinesMemory) {
     EXPECT_EQ(GRAIN & (GRAIN - 1), 0u);

@@ -122,6 +122,17 @@ TEST_F(ProgressBars, CountPoints) {
     EXPECT_EQ(written(), "\r[100%] [==>] [3 p] [3 p/ms] [in 1 ms]    \n");
 }
 
+TEST_F(ProgressBars, GoThroughTheOverriddenUpdateWhenPointsAreAdded) {
+    struct Recorder : PointProgressBar {
+        using PointProgressBar::PointProgressBar;
+        void update(std::uint64_t current, std::uint64_t total) override { seen = {current, total}; }
+        std::pair<std::uint64_t, std::uint64_t> seen;
+    } bar(out, 5);
+    bar.set_max(9);
+    bar.add(2);
+    EXPECT_EQ(bar.seen, std::pair(std::uint64_t{2}, std::uint64_t{9}));
+}
+
 TEST_F(ProgressBars, IgnoreTheStreamsFormat) {
     struct Grouping : std::numpunct<char> {
         char do_thousands_sep() const override { return '.'; }
