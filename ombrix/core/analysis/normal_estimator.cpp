@@ -8,6 +8,7 @@
 #include <ombrix/core/analysis/normal_estimator.h>
 #include <ombrix/core/analysis/pca.h>
 #include <ombrix/core/analysis/spatial_order_detail.h>
+#include <ombrix/core/octree/knn_search.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/points/point_cloud.h>
@@ -69,6 +70,13 @@ Vector3f NormalEstimator::compute(const std::vector<Point>& pts, const std::vect
 
 Vector3f NormalEstimator::compute(const std::vector<Vector3f>& pts, const std::vector<std::size_t>& indices) {
     return normalOf(indices.empty(), pts, indices);
+}
+
+void NormalEstimator::compute(kNNSearch& search, const Vector3f& p, int depth, Vector3f& normal,
+                              unsigned int k) {
+    std::vector<Point> nbrs;
+    search.search(p, depth, k, nbrs);
+    normal = compute(nbrs);
 }
 
 void NormalEstimator::compute(PointCloud& cloud, std::size_t k) {

@@ -26,6 +26,10 @@ public:
     [[nodiscard]] static Vector3f compute(const std::vector<Vector3f>& pts,
                                           const std::vector<std::size_t>& indices);
 
+    /// Normal at p, relative to the tree's origin, from its k nearest points in the nodes of depth <= `depth`
+    /// (negative: all), into `normal`.
+    static void compute(kNNSearch& search, const Vector3f& p, int depth, Vector3f& normal, unsigned int k);
+
     /// Normals of all points of a cloud, each from its k nearest neighbours (itself included), into the
     /// cloud's `normals()`; on several threads. Neighbours are those of `KDTree::knnSearch`. A position that
     /// is not finite has no neighbours and gets (0, 0, 0), as every point does for k = 0.
