@@ -155,6 +155,10 @@ const Pair* contiguousPairs(const OctreeConverter::PairVector& pairs) {
     return &pairs[pairs.size() - 1] == first + (pairs.size() - 1) ? first : nullptr;
 }
 
+void sortByCode(Pair* pairs, Pair* scratch, std::size_t count) {
+    sortRun(pairs, scratch, count, FIRST_SHIFT, false);
+}
+
 void sortByCode(OctreeConverter::PairVector& pairs) {
     const std::size_t count = pairs.size();
     if (count < PARALLEL_FROM) {

@@ -31,6 +31,8 @@ template <class CodeOf>
 /// Sorts (index, code) pairs by code: on several threads from 500 pairs, on the caller's below. Pairs with
 /// equal codes keep their order, so the result does not depend on the number of threads.
 void sortByCode(OctreeConverter::PairVector& pairs);
+/// The same for an array, on the caller's thread alone; `scratch` has room for as many pairs.
+void sortByCode(OctreeConverter::Pair* pairs, OctreeConverter::Pair* scratch, std::size_t count);
 
 /// The first of the pairs when all of them stand in one array, as they do in a vector that was reserved at
 /// once; null otherwise.

@@ -4,11 +4,6 @@
 #include <ombrix/core/octree/nested_cell_map.h>
 
 namespace ombrix::core {
-namespace {
-
-constexpr std::size_t SMALLEST_TABLE = 16;
-
-}  // namespace
 
 CellMap::CellMap(std::initializer_list<value_type> entries) {
     for (const value_type& entry : entries) {
@@ -74,25 +69,13 @@ const Point& CellMap::at(std::uint64_t key) const {
     return detail::checkedLookup(*this, key);
 }
 
+void CellMap::addBlock() {
+    blocks_.emplace_back(
+        static_cast<value_type*>(::operator new (BLOCK * sizeof(value_type), std::align_val_t{CACHE_LINE})));
+}
+
 std::pair<CellMap::iterator, bool> CellMap::try_emplace(std::uint64_t key, const Point& point) {
-    if (table_.empty()) {
-        rebuild(SMALLEST_TABLE);
-    }
-    std::size_t i = probe(key);
-    if (table_[i] != 0) {
-        return {iterator(*this, table_[i] - 1), false};
-    }
-    if (size_ % BLOCK == 0) {
-        blocks_.emplace_back(static_cast<value_type*>(
-            ::operator new (BLOCK * sizeof(value_type), std::align_val_t{CACHE_LINE})));
-    }
-    ::new (static_cast<void*>(&entry(size_))) value_type(key, point);
-    ++size_;
-    table_[i] = static_cast<std::uint32_t>(size_);
-    if (size_ > table_.size() - table_.size() / 4) {
-        rebuild(table_.size() * 2);
-    }
-    return {iterator(*this, size_ - 1), true};
+    return try_emplace_from(key, [&]() -> const Point& { return point; });
 }
 
 std::pair<CellMap::iterator, bool> CellMap::emplace(std::uint64_t key, const Point& point) {

@@ -73,6 +73,9 @@ public:
     /// Stores the point unless the cell is taken.
     /// @return  the cell's entry, and whether the point was stored.
     std::pair<iterator, bool> try_emplace(std::uint64_t key, const Point& point = Point());
+    /// The same with the point that make() returns, which is called only if the cell is free.
+    template <class Make>
+    std::pair<iterator, bool> try_emplace_from(std::uint64_t key, const Make& make);
     std::pair<iterator, bool> emplace(std::uint64_t key, const Point& point);
     std::pair<iterator, bool> insert(const value_type& entry);
     /// The cell's point; a default one is stored first when the cell is free.
@@ -106,6 +109,7 @@ private:
 
     static_assert(sizeof(value_type) == 64 && std::is_trivially_destructible_v<value_type>);
 
+    static constexpr std::size_t SMALLEST_TABLE = 16;
     static constexpr std::size_t BLOCK = 1024;  ///< entries of one block of the pool, 64 KiB
     static constexpr std::size_t CACHE_LINE = 64;
 
@@ -136,6 +140,7 @@ private:
 
     [[nodiscard]] std::size_t positionOf(std::uint64_t key) const noexcept;
     void rebuild(std::size_t places);
+    void addBlock();
 
     std::vector<std::uint32_t> table_;  ///< a power of two long; entry number + 1, or 0 for a free place
     std::vector<std::unique_ptr<value_type, FreeBlock>> blocks_;
@@ -178,6 +183,26 @@ private:
     Map* map_ = nullptr;
     std::size_t i_ = 0;
 };
+
+template <class Make>
+std::pair<CellMap::iterator, bool> CellMap::try_emplace_from(std::uint64_t key, const Make& make) {
+    if (table_.empty()) {
+        rebuild(SMALLEST_TABLE);
+    }
+    const std::size_t i = probe(key);
+    if (table_[i] != 0) {
+        return {iterator(*this, table_[i] - 1), false};
+    }
+    if (size_ == blocks_.size() * BLOCK) {
+        addBlock();
+    }
+    ::new (static_cast<void*>(&entry(size_))) value_type(key, make());
+    table_[i] = static_cast<std::uint32_t>(++size_);
+    if (size_ > table_.size() / 4 * 3) {
+        rebuild(table_.size() * 2);
+    }
+    return {iterator(*this, size_ - 1), true};
+}
 
 inline CellMap::iterator CellMap::find(std::uint64_t key) noexcept {
     return {*this, positionOf(key)};

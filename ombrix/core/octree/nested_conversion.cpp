@@ -2,9 +2,9 @@
 #include <cstdint>
 #include <memory>
 #include <queue>
-#include <utility>
 #include <vector>
 
+#include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/points/point_writer_detail.h>
 
@@ -15,28 +15,33 @@ namespace {
 class CodeOrder {
 public:
     void add(const Point& p) {
-        pairs_.emplace_back(p.index, static_cast<std::uint32_t>(points_.size()));
+        pairs_.emplace_back(points_.size(), p.index);
         points_.push_back(&p);
+        flags_ |= p.flags;
     }
-    void sort() { std::sort(pairs_.begin(), pairs_.end()); }
+    void sort() {
+        scratch_.resize(std::max(scratch_.size(), pairs_.size()));
+        detail::sortByCode(pairs_.data(), scratch_.data(), pairs_.size());
+    }
     void clear() {
         pairs_.clear();
         points_.clear();
+        flags_ = 0;
     }
     [[nodiscard]] std::size_t size() const { return points_.size(); }
-    [[nodiscard]] const Point& operator[](std::size_t i) const { return *points_[pairs_[i].second]; }
+    [[nodiscard]] const Point& operator[](std::size_t i) const { return *points_[pairs_[i].first]; }
+    /// Union of the points' flags.
+    [[nodiscard]] std::uint8_t flags() const { return flags_; }
 
 private:
-    std::vector<std::pair<std::uint64_t, std::uint32_t>> pairs_;
+    std::vector<OctreeConverter::Pair> pairs_;  // (position in points_, code)
+    std::vector<OctreeConverter::Pair> scratch_;
     std::vector<const Point*> points_;
+    std::uint8_t flags_ = 0;
 };
 
 void append(PointCloud& cloud, const CodeOrder& order) {
-    std::uint8_t flags = 0;
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        flags |= order[i].flags;
-    }
-    const detail::PointWriter writer(cloud, order.size(), flags);
+    const detail::PointWriter writer(cloud, order.size(), order.flags());
     for (std::size_t i = 0; i < order.size(); ++i) {
         writer.set(i, order[i]);
     }
@@ -52,6 +57,7 @@ void NestedOctreeFactory::operator()(Octree& out) {
 void NestedOctreeFactory::factory(Octree& out) {
     copyStateTo(out, Octree::NESTED);
     CodeOrder order;
+    std::vector<Point> sorted;
     std::queue<std::uint64_t> keys;
     keys.push(1);
     while (!keys.empty()) {
@@ -79,6 +85,13 @@ void NestedOctreeFactory::factory(Octree& out) {
                 target.pc = std::make_shared<PointCloud>();
             }
             append(*target.pc, order);
+            if (!source.expanded) {
+                sorted.clear();
+                for (std::size_t i = 0; i < order.size(); ++i) {
+                    sorted.push_back(order[i]);
+                }
+                std::copy(sorted.begin(), sorted.end(), source.points.begin());
+            }
         }
         out.update_node(key);
 

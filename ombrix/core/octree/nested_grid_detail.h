@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <utility>
 
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/nested_cell_map.h>
@@ -37,7 +36,10 @@ public:
     /// Cell coordinates clamped to [0, 128 - 2^-23], so that the upper faces belong to the last cell.
     [[nodiscard]] Vector3d clampedCells(const Vector3d& p) const noexcept {
         constexpr double LAST = 128.0 - 0x1p-23;
-        const auto clamp = [](double u) { return !(u >= 0.0) ? 0.0 : u > LAST ? LAST : u; };
+        const auto clamp = [](double u) {
+            const double atLeast0 = u > 0.0 ? u : 0.0;
+            return atLeast0 < LAST ? atLeast0 : LAST;
+        };
         const Vector3d u = cells(p);
         return {clamp(u.x()), clamp(u.y()), clamp(u.z())};
     }
@@ -60,9 +62,10 @@ public:
     /// Whether `clamped` leaves p as it is.
     [[nodiscard]] bool contains(const Vector3d& p) const noexcept {
         const auto inside = [&](int axis) {
-            return p[axis] >= min_[axis] && p[axis] <= min_[axis] + edge_ - 0x1p-23;
+            return static_cast<int>(p[axis] >= min_[axis]) &
+                   static_cast<int>(p[axis] <= min_[axis] + edge_ - 0x1p-23);
         };
-        return inside(0) && inside(1) && inside(2);
+        return (inside(0) & inside(1) & inside(2)) != 0;
     }
 
 private:
@@ -89,21 +92,12 @@ struct GridCell {
     return cell;
 }
 
-/// Offers a point to its cell. The one nearer to the cell's centre stays, at equal distances the occupant.
-///
-/// @param p  the point; afterwards the one to push down.
-/// @return   whether there is one to push down.
-inline bool settle(CellMap& grid, const NodeCube& cube, const GridCell& cell, Point& p) {
-    const auto [entry, stored] = grid.try_emplace(cell.key, p);
-    if (stored) {
-        return false;
-    }
-    Point& occupant = entry->second;
+/// Whether a point in `cell` is nearer to the cell's centre than the point that holds the cell; not at equal
+/// distances. The occupant's cell coordinates are not clamped.
+[[nodiscard]] inline bool isNearer(const NodeCube& cube, const GridCell& cell,
+                                   const Point& occupant) noexcept {
     const Vector3d old = cube.cells(keyPosition(occupant.position));
-    if ((cell.center - cell.at).squaredNorm() < (cell.center - old).squaredNorm()) {
-        std::swap(occupant, p);
-    }
-    return true;
+    return (cell.center - cell.at).squaredNorm() < (cell.center - old).squaredNorm();
 }
 
 /// Octant of the child of node `key` that a displaced point goes to.
@@ -112,8 +106,8 @@ inline bool settle(CellMap& grid, const NodeCube& cube, const GridCell& cell, Po
 /// inside, comparing with the centre gives just that: floats of 24 bits and the centre, of at most 45, are
 /// apart by more than the rounding of the code's division.
 [[nodiscard]] inline unsigned int octantBelow(const NodeCube& cube, std::uint64_t key, double rootEdge,
-                                              const Point& displaced) {
-    const Vector3d p = keyPosition(displaced.position);
+                                              const Vector3f& displaced) {
+    const Vector3d p = keyPosition(displaced);
     const unsigned int depth = node_depth(key);
     if (cube.contains(p) || depth >= MORTON_LEVELS) {
         return cube.octant(p);

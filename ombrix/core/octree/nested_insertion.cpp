@@ -5,38 +5,26 @@
 #include <ombrix/core/octree/nested_grid_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/octree/nested_streams_detail.h>
-#include <ombrix/core/points/point_reader_detail.h>
 
 namespace ombrix::core {
-template <class PointAt>
-void NestedOctreeFactory::insertAll(std::uint64_t count, const PointAt& pointAt) {
-    // A derived builder sees every insertion in the order in which one causes the next
-    if (typeid(*this) == typeid(NestedOctreeFactory)) {
-        NestedStreams(*this).insert(count, pointAt);
-        return;
-    }
-    for (std::uint64_t i = 0; i < count; ++i) {
-        add(node(1), pointAt(i));
-    }
-}
-
 void NestedOctreeFactory::add(const PointCloud& cloud) {
-    widenScalarRange(cloud);
-    const detail::PointReader reader(cloud);
-    insertAll(cloud.size(), [&](std::uint64_t i) { return localPoint(reader.point(i)); });
+    insertAll(cloud, detail::LocalPoints(cloud, origin_, extend_));
 }
 
 void NestedOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift) {
+    insertAll(cloud, detail::LocalPoints(cloud, Vector3d(shift - origin_.cast<double>()), extend_));
+}
+
+void NestedOctreeFactory::insertAll(const PointCloud& cloud, const detail::LocalPoints& points) {
     widenScalarRange(cloud);
-    const Vector3d offset = shift - origin_.cast<double>();
-    const detail::PointReader reader(cloud);
-    insertAll(cloud.size(), [&](std::uint64_t i) {
-        Point p = reader.point(i);
-        const Vector3d position = p.position.cast<double>() + offset;
-        p.position = position.cast<float>();
-        p.index = morton_keyd(position).key;
-        return p;
-    });
+    // A derived builder sees every insertion, and in the order in which one causes the next
+    if (typeid(*this) == typeid(NestedOctreeFactory)) {
+        NestedStreams(*this, points).insert();
+        return;
+    }
+    for (std::uint64_t i = 0; i < points.size(); ++i) {
+        add(node(1), points.point(i));
+    }
 }
 
 void NestedOctreeFactory::add(const Point& point) {
@@ -66,10 +54,16 @@ void NestedOctreeFactory::add(Node& node, const Point& point) {
 
     const auto rootEdge = static_cast<double>(extend_);
     const detail::NodeCube cube(node.key, rootEdge);
-    Point p = point;
-    if (detail::settle(node.grid, cube, detail::gridCell(cube, detail::keyPosition(p.position)), p)) {
-        pushDown(node, p, detail::octantBelow(cube, node.key, rootEdge, p));
+    const detail::GridCell cell = detail::gridCell(cube, detail::keyPosition(point.position));
+    const auto [entry, stored] = node.grid.try_emplace(cell.key, point);
+    if (stored) {
+        return;
     }
+    Point displaced = point;
+    if (detail::isNearer(cube, cell, entry->second)) {
+        std::swap(entry->second, displaced);
+    }
+    pushDown(node, displaced, detail::octantBelow(cube, node.key, rootEdge, displaced.position));
 }
 
 void NestedOctreeFactory::pushDown(Node& node, const Point& displaced, unsigned int octant) {

@@ -15,6 +15,9 @@
 
 namespace ombrix::core {
 
+namespace detail {
+class LocalPoints;
+}
 class NestedStreams;
 
 /// Builds a nested octree: a level-of-detail tree in which every node holds points of its own.
@@ -136,8 +139,7 @@ protected:
 private:
     friend class NestedStreams;
 
-    template <class PointAt>
-    void insertAll(std::uint64_t count, const PointAt& pointAt);
+    void insertAll(const PointCloud& cloud, const detail::LocalPoints& points);
     static void reserveBucket(Node& node);
     void keepInBucket(Node& node, const Point& point, unsigned int deepestGrid);
     void expand(Node& node);

@@ -7,87 +7,85 @@
 #include <utility>
 #include <vector>
 
+#include <ombrix/core/octree/nested_local_points_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/points/point.h>
 
 namespace ombrix::core {
 
-/// Inserts many points into the tree of a `NestedOctreeFactory`, node by node.
+/// Inserts the points of a cloud into the tree of a `NestedOctreeFactory`, node by node.
 ///
 /// What becomes of a node depends only on the points that reach it and their order, and every node passes
 /// displaced points on in the order in which it displaces them. So the points of a whole cloud can go through
 /// one node first and wait in a stream for each child: the tree is the same as when one point after another
 /// goes all the way down, but the grid at work stays in the processor's cache.
+///
+/// Waiting points take half the memory of a record: values of the predefined fields are fetched where a point
+/// comes to rest.
 class NestedStreams {
 public:
-    explicit NestedStreams(NestedOctreeFactory& factory) : factory_(factory) {}
+    NestedStreams(NestedOctreeFactory& factory, const detail::LocalPoints& points)
+        : factory_(factory), points_(points) {}
 
-    /// Inserts pointAt(0) to pointAt(count - 1), which are local points with their codes, at the root.
-    template <class PointAt>
-    void insert(std::uint64_t count, const PointAt& pointAt) {
-        for (std::uint64_t first = 0; first < count; first += BATCH) {
-            const std::uint64_t last = count - first < BATCH ? count : first + BATCH;
-            Inlet inlet(*this, factory_.node(1), last - first);
-            for (std::uint64_t i = first; i < last; ++i) {
-                inlet.put(pointAt(i));
-            }
-            inlet.close();
-        }
-    }
+    /// Inserts all points at the root.
+    void insert();
 
 private:
     using Node = NestedOctreeFactory::Node;
 
-    static constexpr std::uint64_t BATCH = 1 << 24;  ///< bounds the memory of waiting points, 0.9 GB
-    static constexpr std::size_t BLOCK = 1024;       ///< points of a block of a stream
-    static constexpr std::size_t RUN = 32;           ///< points whose cells are fetched ahead together
+    /// A point on its way down.
+    struct Item {
+        std::uint64_t code;
+        Vector3f position;
+        float scalar;
+        ColorRGB color;
+        std::uint8_t flags;
+        std::uint32_t
+            fields;  ///< where its fields are, if flags: point of the batch, or behind it in `aside_`
+    };
+    static_assert(sizeof(Item) == 32);
 
-    /// Points that wait for a node.
+    /// Items that wait for a node.
     class Stream {
     public:
-        void push(const Point& p) {
-            if (blocks_.empty() || blocks_.back().size() == BLOCK) {
+        static constexpr std::size_t BLOCK = 1024;
+        using Block = std::vector<Item>;
+
+        void push(const Item& item) {
+            if (size_ % BLOCK == 0) {
                 blocks_.emplace_back().reserve(BLOCK);
             }
-            blocks_.back().push_back(p);
+            blocks_.back().push_back(item);
+            ++size_;
         }
-        [[nodiscard]] std::size_t size() const {
-            return blocks_.empty() ? 0 : (blocks_.size() - 1) * BLOCK + blocks_.back().size();
-        }
-        [[nodiscard]] std::vector<std::vector<Point>>& blocks() { return blocks_; }
+        [[nodiscard]] std::size_t size() const { return size_; }
+        [[nodiscard]] std::vector<Block>& blocks() { return blocks_; }
 
     private:
-        std::vector<std::vector<Point>> blocks_;
+        std::vector<Block> blocks_;
+        std::size_t size_ = 0;
     };
 
-    /// Feeds a node whose number of arriving points is known, and then its children.
-    class Inlet {
-    public:
-        Inlet(NestedStreams& streams, Node& node, std::uint64_t arriving);
-        void put(const Point& p) {
-            if (!node_.expanded) {
-                node_.points.push_back(p);
-                return;
-            }
-            run_[waiting_++] = p;
-            if (waiting_ == RUN) {
-                flush();
-            }
-        }
-        /// No more points: continues below.
-        void close();
+    /// Children's streams of a node.
+    using Below = std::array<Stream, 8>;
 
-    private:
-        void flush();
+    void insertBatch(std::uint64_t count);
+    void enter(Node& node, Stream stream);
+    bool prepare(Node& node, std::size_t arriving, Below& below);
+    void keepInBucket(Node& node, const Stream::Block& block);
+    void passGrid(Node& node, const Item* items, std::size_t count, Below& below);
+    void passOn(Node& node, Below& below);
 
-        NestedStreams& streams_;
-        Node& node_;
-        std::array<Point, RUN> run_;
-        std::size_t waiting_ = 0;
-        std::array<Stream, 8> below_;
-    };
+    [[nodiscard]] static Item itemOf(const Point& p, std::uint32_t fields);
+    [[nodiscard]] Item displace(const Point& p);
+    [[nodiscard]] Point settle(const Item& item);
 
     NestedOctreeFactory& factory_;
+    const detail::LocalPoints& points_;
+    std::uint64_t first_ = 0;            ///< of the batch
+    std::uint32_t count_ = 0;            ///< of the batch
+    std::vector<Point> aside_;           ///< displaced points with fields on their way
+    std::vector<std::uint32_t> vacant_;  ///< free places of `aside_`
 };
 
 }  // namespace ombrix::core

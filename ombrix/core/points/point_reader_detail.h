@@ -28,10 +28,15 @@ public:
         if (i < cloud_->scalars().size()) {
             p.scalar = cloud_->scalars()[i];
         }
+        readFields(i, p);
+        return p;
+    }
+
+    /// Reads the predefined fields alone.
+    void readFields(std::uint64_t i, Point& p) const {
         read(normals_, i, Point::HAS_NORMAL, p.normal, p.flags);
         read(distances_, i, Point::HAS_DISTANCE, p.distance, p.flags);
         read(ambients_, i, Point::HAS_AMBIENT, p.ambient, p.flags);
-        return p;
     }
 
 private:
