@@ -13,6 +13,7 @@
 #include <ombrix/core/color/color.h>
 #include <ombrix/core/color/color_map.h>
 #include <ombrix/core/octree/aabb.h>
+#include <ombrix/core/octree/dynamic_octree_factory.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/knn_search.h>
 #include <ombrix/core/octree/merge.h>
