@@ -13,14 +13,17 @@
 #include <ombrix/core/color/color.h>
 #include <ombrix/core/color/color_map.h>
 #include <ombrix/core/octree/aabb.h>
+#include <ombrix/core/octree/dynamic_octree_factory.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/knn_search.h>
+#include <ombrix/core/octree/merge.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/nested_cell_map.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/octree/octree_converter.h>
 #include <ombrix/core/octree/octree_factory.h>
+#include <ombrix/core/octree/point_cloud_morton.h>
 #include <ombrix/core/points/fields.h>
 #include <ombrix/core/points/point.h>
 #include <ombrix/core/points/point_cloud.h>
