@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <iosfwd>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace examples {
+
+enum class TreeKind { full };
+/// What the points' colours show; `automatic` takes the first of colours, intensity and height that the
+/// cloud has.
+enum class ColorMode { automatic, rgb, height, intensity };
+/// Eye-dome shading of the pictures; `automatic` leaves true colours alone and shades all others.
+enum class Shading { automatic, none, edl };
+
+/// A command line that cannot be followed; the text names the option and says what it takes.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct Options {
+    bool help = false;
+    std::vector<std::filesystem::path> files;  ///< empty: the shipped cloud
+    std::filesystem::path output = "tour-pictures";
+
+    TreeKind tree = TreeKind::full;
+    unsigned leaf = 512;               ///< points in a leaf
+    std::uint64_t budget = 1'000'000;  ///< points a frame
+    float minSize = 0.0f;              ///< pixels
+
+    unsigned orbit = 8;   ///< frames round the scene
+    unsigned flight = 8;  ///< frames across the scene
+    int width = 1200;
+    int height = 675;
+    float fieldOfView = 45.0f;  ///< vertical, degrees
+    float splat = 1.0f;         ///< factor on the splats' size
+    Shading shading = Shading::automatic;
+
+    ColorMode color = ColorMode::automatic;
+};
+
+/// Reads a command line, program name first.
+/// @throws UsageError
+[[nodiscard]] Options parseOptions(int count, const char* const* arguments);
+
+void printHelp(std::ostream& out);
+
+[[nodiscard]] std::string name(TreeKind tree);
+[[nodiscard]] std::string name(ColorMode mode);
+
+}  // namespace examples
