@@ -16,7 +16,7 @@ using ombrix::core::ViewFrustum;
 namespace {
 
 constexpr std::size_t SAMPLES = 50'000;
-constexpr float STRAYS = 0.002f;  ///< share of the points beyond the box on each of its sides
+constexpr float STRAYS = 0.0005f;  ///< share of the points beyond the box on each of its sides
 
 std::string numbered(const char* prefix, unsigned frame) {
     char text[32];

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <utility>
 
 #include <tbb/parallel_for.h>
 
@@ -72,9 +73,48 @@ void DepthBuffer::draw(const std::vector<Splat>& splats) {
     });
 }
 
+/// What an empty pixel becomes; EMPTY unless filled pixels lie close by in all directions but two.
+std::uint64_t DepthBuffer::gapFilling(int x, int y) const {
+    constexpr int reach = 4;
+    constexpr int mostMisses = 2;
+    int misses = 0;
+    int closest = reach + 1;
+    std::uint64_t found = EMPTY;
+    for (const auto& [dx, dy] :
+         {std::pair{-1, 0}, {1, 0}, {0, -1}, {0, 1}, {-1, -1}, {1, 1}, {-1, 1}, {1, -1}}) {
+        int steps = 0;
+        std::uint64_t cell = EMPTY;
+        while (cell == EMPTY && steps < reach) {
+            ++steps;
+            const int nx = x + dx * steps;
+            const int ny = y + dy * steps;
+            if (nx >= 0 && nx < width_ && ny >= 0 && ny < height_)
+                cell = cellAt(nx, ny);
+        }
+        if (cell == EMPTY) {
+            if (++misses > mostMisses)
+                return EMPTY;
+        } else if (steps < closest || (steps == closest && cell < found)) {
+            closest = steps;
+            found = cell;
+        }
+    }
+    return found;
+}
+
+void DepthBuffer::closeGaps() {
+    std::vector<std::uint64_t> closed = cells_;
+    tbb::parallel_for(0, height_, [&](int y) {
+        for (int x = 0; x < width_; ++x)
+            if (cellAt(x, y) == EMPTY)
+                closed[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) +
+                       static_cast<std::size_t>(x)] = gapFilling(x, y);
+    });
+    cells_ = std::move(closed);
+}
+
 float DepthBuffer::depthAt(int x, int y) const {
-    const std::uint64_t cell =
-        cells_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(x)];
+    const std::uint64_t cell = cellAt(x, y);
     return cell == EMPTY ? 0.0f : std::bit_cast<float>(static_cast<std::uint32_t>(cell >> 32));
 }
 
@@ -104,9 +144,7 @@ Image DepthBuffer::resolve(int scale, bool edl) const {
             for (int part = 0; part < scale * scale; ++part) {
                 const int x = column * scale + part % scale;
                 const int y = row * scale + part / scale;
-                const std::uint64_t cell =
-                    cells_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) +
-                           static_cast<std::size_t>(x)];
+                const std::uint64_t cell = cellAt(x, y);
                 if (cell == EMPTY) {
                     for (int c = 0; c < 3; ++c)
                         sum[c] += background[c];

@@ -27,6 +27,11 @@ public:
     /// Draws discs whose rims lie deeper than their centres, so that close ones meet half way.
     void draw(const std::vector<Splat>& splats);
 
+    /// Closes gaps of a few pixels between discs: an empty pixel with filled ones close by on nearly all
+    /// sides becomes like the nearest of them. In the manner of Rosenthal and Linsen, "Image-space Point
+    /// Cloud Rendering", Computer Graphics International 2008.
+    void closeGaps();
+
     /// The picture at 1 / `scale` of the size, averaged, over a background that is brighter at the top.
     /// `edl` darkens pixels that lie behind their neighbours.
     /// Source of the shading: Boucheny, "Interactive Scientific Visualization of Large Datasets: Towards a
@@ -35,6 +40,11 @@ public:
 
 private:
     void drawRows(const Splat& splat, int firstRow, int lastRow);
+    [[nodiscard]] std::uint64_t cellAt(int x, int y) const {
+        return cells_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) +
+                      static_cast<std::size_t>(x)];
+    }
+    [[nodiscard]] std::uint64_t gapFilling(int x, int y) const;
     [[nodiscard]] float depthAt(int x, int y) const;
     [[nodiscard]] float shadeAt(int x, int y, int step) const;
 

@@ -12,6 +12,7 @@
 #include <examples/common/png_writer.h>
 
 #include "camera.h"
+#include "compose.h"
 #include "options.h"
 #include "painter.h"
 #include "renderer.h"
@@ -40,7 +41,7 @@ void tour(const Options& options) {
     const Tree tree = buildTree(scene, options);
     ombrix::core::Octree& octree = *tree.octree;
     const Spacings spacings(octree);
-    const Painter painter(options.color, scene, octree);
+    const Painter painter(options.color, options.map, scene, octree);
 
     const auto points = static_cast<double>(octree.size());
     std::printf("%s octree: %.0f points, %llu nodes, depth %u, built in %.3f s, %.1f million points/s\n",
@@ -68,8 +69,10 @@ void tour(const Options& options) {
         const std::uint64_t visible = visibility.update(view.frustum, options.budget, options.minSize);
         const auto updated = Clock::now();
         visibility.buildHierarchy(true);
-        const Image image = draw(octree, spacings, visibility.getHierarchy(), view, lens, painter, style);
+        Image image = draw(octree, spacings, visibility.getHierarchy(), view, lens, painter, style);
         const auto drawn = Clock::now();
+        if (painter.legend())
+            drawLegend(image, *painter.legend());
         const auto path = options.output / (view.name + ".png");
         writePng(path, image);
         std::printf("%-10s %8zu %10llu %10.2f %8.1f  %s\n", view.name.c_str(),

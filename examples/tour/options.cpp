@@ -34,6 +34,15 @@ const Names<Shading>& shadingNames() {
     return names;
 }
 
+const Names<ombrix::core::DEFAULT_COLORMAP>& mapNames() {
+    static const Names<ombrix::core::DEFAULT_COLORMAP> names{
+        {"rainbow", ombrix::core::RAINBOW}, {"rainbow_reversed", ombrix::core::RAINBOW_REVERSED},
+        {"gray", ombrix::core::GRAY},       {"viridis", ombrix::core::VIRIDIS},
+        {"magma", ombrix::core::MAGMA},     {"plasma", ombrix::core::PLASMA},
+        {"inferno", ombrix::core::INFERNO}};
+    return names;
+}
+
 [[noreturn]] void refuse(std::string_view option, std::string_view value, const std::string& expected) {
     throw UsageError("bad value '" + std::string(value) + "' for " + std::string(option) + ": expected " +
                      expected);
@@ -113,6 +122,7 @@ const std::map<std::string_view, Setter>& setters() {
          [](Options& o, auto option, auto value) { o.shading = choose(option, value, shadingNames()); }},
         {"--color",
          [](Options& o, auto option, auto value) { o.color = choose(option, value, colorNames()); }},
+        {"--map", [](Options& o, auto option, auto value) { o.map = choose(option, value, mapNames()); }},
     };
     return table;
 }
@@ -189,6 +199,8 @@ Pictures
   --shading NAME    auto, none or edl: darken edges in depth; auto leaves true colours as they are
   --color NAME      auto, rgb, height or intensity; auto takes colours where there are any, else intensity,
                     else height
+  --map NAME        colours of the scale: rainbow, rainbow_reversed, gray, viridis, magma, plasma or inferno
+                    (default: gray for intensity, viridis for height); true colours have none
 
 Exit status: 0, or 1 when a file cannot be read or a picture cannot be written, or 2 for a bad command line.
 )";

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <ombrix/core/color/color_map.h>
+
 namespace examples {
 
 enum class TreeKind { full };
@@ -42,6 +44,7 @@ struct Options {
     Shading shading = Shading::automatic;
 
     ColorMode color = ColorMode::automatic;
+    std::optional<ombrix::core::DEFAULT_COLORMAP> map;  ///< empty: the mode's own
 };
 
 /// Reads a command line, program name first.

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <ombrix/core/color/color.h>
+#include <ombrix/core/color/color_map.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/points/point_cloud.h>
 
@@ -13,7 +14,7 @@
 
 namespace examples {
 
-/// What a legend bar says: a scale of values and its colours, lowest first.
+/// A scale of values and its colours, lowest first.
 struct Legend {
     std::string title;
     double low = 0.0;
@@ -24,8 +25,10 @@ struct Legend {
 /// Gives the points of a tree's nodes their colours on the screen.
 class Painter {
 public:
+    /// @param map  the colours of the scale; each mode has its own by default.
     /// @throws std::runtime_error when the scene lacks what the mode shows.
-    Painter(ColorMode mode, const Scene& scene, const ombrix::core::Octree& tree);
+    Painter(ColorMode mode, std::optional<ombrix::core::DEFAULT_COLORMAP> map, const Scene& scene,
+            const ombrix::core::Octree& tree);
 
     /// The mode in use, never `automatic`.
     [[nodiscard]] ColorMode mode() const { return mode_; }
@@ -36,8 +39,7 @@ public:
 
 private:
     ColorMode mode_;
-    float low_ = 0.0f;
-    float high_ = 1.0f;
+    ombrix::core::ColorMap map_;
     std::optional<Legend> legend_;
 };
 

@@ -18,9 +18,9 @@ using ombrix::core::Visibility;
 
 namespace {
 
-constexpr int SCALE = 2;          ///< pixels of the depth buffer along one of the picture
-constexpr float OVERLAP = 1.7f;   ///< diameter of a disc over the distance of neighbours
-constexpr float LARGEST = 0.03f;  ///< radius of the largest disc, of the picture's height
+constexpr int SCALE = 2;           ///< pixels of the depth buffer along one of the picture
+constexpr float OVERLAP = 1.7f;    ///< diameter of a disc over the distance of neighbours
+constexpr float LARGEST = 0.012f;  ///< radius of the largest disc, of the picture's height
 
 /// The camera's projection to a depth buffer.
 struct Projection {
@@ -127,6 +127,7 @@ Image draw(const Octree& tree, const Spacings& spacings, const std::vector<Visib
 
     DepthBuffer buffer(SCALE * lens.width, SCALE * lens.height);
     buffer.draw(splats);
+    buffer.closeGaps();
     return buffer.resolve(SCALE, style.edl);
 }
 

@@ -1,7 +1,10 @@
 #include "spacing.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <limits>
+#include <numbers>
 #include <vector>
 
 #include <tbb/parallel_for.h>
@@ -16,46 +19,41 @@ using ombrix::core::Vector3f;
 
 namespace {
 
-constexpr double FEW = 32;  ///< points that tell too little about the surface on their own
+constexpr std::size_t NEIGHBOURS = 8;
+constexpr std::size_t PROBES = 24;  ///< points of a node at which the distance is measured
+constexpr std::size_t FEW = 32;     ///< points that tell too little about their neighbourhood
 
-struct Cover {
-    double area = 0.0;
-    double points = 0.0;
-
-    [[nodiscard]] float spacing() const { return static_cast<float>(std::sqrt(area / points)); }
-};
-
-/// What the points of a node cover.
-Cover coverOf(const Octree& tree, const Octree::Node& node) {
-    if (!node.pc || node.pc->size() == 0)
-        return {};
-    const auto& positions = node.pc->positions();
-    const Octree::Aabb box = tree.node_aabb(node);
-    const double edge = 2.0 * static_cast<double>(box.radius);
-    // About four points a cell of a surface that crosses the whole cube.
-    const int cells =
-        std::clamp(static_cast<int>(std::sqrt(static_cast<double>(positions.size())) / 2.0), 1, 32);
-    const float scale = static_cast<float>(cells / edge);
-    const Vector3f low = box.center.array() - box.radius;
-
-    std::vector<bool> taken(static_cast<std::size_t>(cells) * static_cast<std::size_t>(cells) *
-                            static_cast<std::size_t>(cells));
-    std::size_t occupied = 0;
-    for (const Vector3f& p : positions) {
-        const Vector3f u = (p - low) * scale;
-        if (!u.allFinite())
+/// Squared distance to the NEIGHBOURS-th other point.
+float sqReach(const std::vector<Vector3f>& positions, std::size_t probe) {
+    std::array<float, NEIGHBOURS> nearest;
+    nearest.fill(std::numeric_limits<float>::max());
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+        float sqDist = (positions[i] - positions[probe]).squaredNorm();
+        if (i == probe || !(sqDist < nearest.back()))
             continue;
-        std::size_t cell = 0;
-        for (int c = 0; c < 3; ++c)
-            cell = cell * static_cast<std::size_t>(cells) +
-                   static_cast<std::size_t>(std::clamp(u[c], 0.0f, static_cast<float>(cells) - 0.5f));
-        if (!taken[cell]) {
-            taken[cell] = true;
-            ++occupied;
-        }
+        for (float& other : nearest)
+            if (sqDist < other)
+                std::swap(sqDist, other);
     }
-    const double cellEdge = edge / cells;
-    return {static_cast<double>(occupied) * cellEdge * cellEdge, static_cast<double>(positions.size())};
+    return nearest.back();
+}
+
+/// Spacing of a node's own points; 0 when there are too few to tell.
+float measure(const Octree::Node& node) {
+    if (!node.pc || node.pc->size() <= NEIGHBOURS)
+        return 0.0f;
+    const auto& positions = node.pc->positions();
+    const std::size_t probes = std::min(PROBES, positions.size());
+    std::vector<float> reaches;
+    for (std::size_t probe = 0; probe < probes; ++probe)
+        if (const float sqDist = sqReach(positions, probe * positions.size() / probes); sqDist < 1e30f)
+            reaches.push_back(sqDist);
+    if (reaches.empty())
+        return 0.0f;
+    const auto median = reaches.begin() + static_cast<std::ptrdiff_t>(reaches.size() / 2);
+    std::nth_element(reaches.begin(), median, reaches.end());
+    // n points on a disc of radius r have r sqrt(pi / n) squares each.
+    return std::sqrt(*median * std::numbers::pi_v<float> / static_cast<float>(NEIGHBOURS));
 }
 
 }  // namespace
@@ -64,33 +62,50 @@ Spacings::Spacings(const Octree& tree) {
     // Ascending keys: parents before children.
     std::vector<std::uint64_t> keys = tree.keys();
     std::sort(keys.begin(), keys.end());
-    std::vector<Cover> covers(keys.size());
+    std::vector<float> own(keys.size());
     tbb::parallel_for(std::size_t{0}, keys.size(),
-                      [&](std::size_t i) { covers[i] = coverOf(tree, tree.node(keys[i])); });
+                      [&](std::size_t i) { own[i] = measure(tree.node(keys[i])); });
 
-    // What everything below a node covers together
-    std::unordered_map<std::uint64_t, Cover, Octree::hash> below;
+    // Means over all points below a node
+    struct Mean {
+        double sum = 0.0;
+        double points = 0.0;
+    };
+    std::unordered_map<std::uint64_t, Mean, Octree::hash> below;
     for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (covers[i].points == 0.0)
+        const auto& cloud = tree.node(keys[i]).pc;
+        if (own[i] <= 0.0f || cloud->size() < FEW)
             continue;
-        for (std::uint64_t key = keys[i]; key > 1;) {
+        const auto points = static_cast<double>(cloud->size());
+        for (std::uint64_t key = keys[i]; key > tree.rootKey();) {
             key = parent_key(key);
-            below[key].area += covers[i].area;
-            below[key].points += covers[i].points;
+            below[key].sum += points * static_cast<double>(own[i]);
+            below[key].points += points;
         }
     }
+    const auto meanAround = [&](std::uint64_t key) {
+        while (key > tree.rootKey()) {
+            key = parent_key(key);
+            if (const auto found = below.find(key); found != below.end())
+                return static_cast<float>(found->second.sum / found->second.points);
+        }
+        return 0.0f;
+    };
 
     for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (covers[i].points == 0.0)
+        const auto& cloud = tree.node(keys[i]).pc;
+        if (!cloud || cloud->size() == 0)
             continue;
-        float spacing = covers[i].spacing();
-        if (keys[i] != tree.rootKey()) {
-            const std::uint64_t parent = parent_key(keys[i]);
-            if (const auto above = byKey_.find(parent); above != byKey_.end())
-                spacing = std::min(spacing, above->second);
-            else if (covers[i].points < FEW)
-                spacing = std::min(spacing, 2.0f * below[parent].spacing());
-        }
+        const auto above = byKey_.find(parent_key(keys[i]));
+        const float around = above != byKey_.end() ? above->second
+                             : cloud->size() < FEW ? meanAround(keys[i])
+                                                   : 0.0f;
+        float spacing = own[i];
+        if (around > 0.0f)
+            spacing = spacing > 0.0f ? std::min(spacing, around) : around;
+        // A handful of points is all there is.
+        if (spacing <= 0.0f)
+            spacing = 0.01f * tree.extend();
         byKey_[keys[i]] = spacing;
     }
 }

@@ -9,15 +9,14 @@ namespace examples {
 
 /// How far apart neighbouring points lie where a node is the finest one drawn, in units of position.
 ///
-/// A node's points are taken to cover a surface: its area is that of the cells they occupy in a grid coarse
-/// enough for several points a cell. Where the parent has points, too, these lie between, so a node is never
-/// sparser than its parent. A few points, in a cube that the surface only touches, are bounded by what all
-/// points below the parent give together.
+/// Measured at a few points of each node as what a surface of points would have whose eighth neighbour is as
+/// far away. A node is never sparser than its parent, since the parent's points lie between its own. Where
+/// the parent has none, a node of a few points has the spacing of its neighbourhood.
 class Spacings {
 public:
     explicit Spacings(const ombrix::core::Octree& tree);
 
-    /// 0 for a node that is not in the tree.
+    /// 0 for a node that is not in the tree or has no points.
     [[nodiscard]] float operator()(std::uint64_t key) const;
 
 private:
