@@ -43,7 +43,7 @@ Image tile(const std::vector<Image>& pictures, int columns) {
     const int rows = (static_cast<int>(pictures.size()) + columns - 1) / columns;
     const int width = pictures.front().width;
     const int height = pictures.front().height;
-    Image sheet(columns * (width + GAP) - GAP, rows * (height + GAP) - GAP, 240, 240, 240);
+    Image sheet(columns * (width + GAP) - GAP, rows * (height + GAP) - GAP, 12, 14, 18);
     for (std::size_t i = 0; i < pictures.size(); ++i) {
         const int left = static_cast<int>(i) % columns * (width + GAP);
         const int top = static_cast<int>(i) / columns * (height + GAP);

@@ -16,7 +16,7 @@ template <class Value>
 using Names = std::vector<std::pair<std::string_view, Value>>;
 
 const Names<TreeKind>& treeNames() {
-    static const Names<TreeKind> names{{"full", TreeKind::full}};
+    static const Names<TreeKind> names{{"nested", TreeKind::nested}, {"full", TreeKind::full}};
     return names;
 }
 
@@ -162,6 +162,13 @@ Options parseOptions(int count, const char* const* arguments) {
     return options;
 }
 
+float minSizeOf(const Options& options) {
+    // A node's sphere of radius r spans 128 cells of its sample over 2 r / sqrt(3): at 55 pixels its cells
+    // are half a pixel wide and its parent's are one.
+    constexpr float halfPixelCells = 55.0f;
+    return options.minSize.value_or(options.tree == TreeKind::nested ? halfPixelCells : 0.0f);
+}
+
 std::string name(TreeKind tree) {
     return nameIn(treeNames(), tree);
 }
@@ -177,20 +184,24 @@ flies it across, and draws what is visible of each frame within a budget of poin
 a table on standard output. Without a file it tours the cloud that comes with the examples.
 
 Tree
-  --tree KIND       full: all points in the leaves (default: full)
-  --leaf N          points that a leaf may hold (default: 512)
+  --tree KIND       nested: every node holds a sample of what is below it, coarse ones are drawn first;
+                    full: all points in the leaves (default: nested)
+  --leaf N          points that a leaf of a full tree may hold (default: 512)
 
 Selection
-  --budget N        points to draw in a frame; the last node taken may pass it (default: 1000000)
-  --min-size PIXELS radius on the screen below which a node is left out (default: 0)
+  --budget N        points to draw in a frame; the last node taken may pass it (default: 500000)
+  --min-size PIXELS radius on the screen below which a node is left out (default: 55 for a nested tree, where
+                    its points would be closer than pixels, else 0)
 
-  Nodes are taken from the root down, the one that is largest on the screen first. A full tree has its
-  points in the leaves alone, and its inner nodes, which hold none, cost nothing. So where the budget ends or
-  a node is too small, all points of that place are missing, and the picture has a hole there: for a picture
-  without holes give a full tree a budget above the number of points and leave --min-size at 0.
+  Nodes are taken from the root down, the one that is largest on the screen first. A nested tree is whole at
+  any budget: where it ends, the picture is coarser. A full tree has its points in the leaves alone, and its
+  inner nodes, which hold none, cost nothing. So where the budget ends or a node is too small, all points of
+  that place are missing, and the picture has a hole there: for a picture without holes give a full tree a
+  budget above the number of points and leave --min-size at 0.
 
 Pictures
   --output FOLDER   where the pictures go (default: tour-pictures)
+                    Besides the frames there is, for a nested tree, levels.png: its levels of detail side by side
   --frames N        frames of the walk round the scene (default: 8)
   --flight N        frames of the flight across it (default: 8)
   --size WxH        pixels (default: 1200x675)

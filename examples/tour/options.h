@@ -12,7 +12,7 @@
 
 namespace examples {
 
-enum class TreeKind { full };
+enum class TreeKind { nested, full };
 /// What the points' colours show; `automatic` takes the first of colours, intensity and height that the
 /// cloud has.
 enum class ColorMode { automatic, rgb, height, intensity };
@@ -30,10 +30,10 @@ struct Options {
     std::vector<std::filesystem::path> files;  ///< empty: the shipped cloud
     std::filesystem::path output = "tour-pictures";
 
-    TreeKind tree = TreeKind::full;
-    unsigned leaf = 512;               ///< points in a leaf
-    std::uint64_t budget = 1'000'000;  ///< points a frame
-    float minSize = 0.0f;              ///< pixels
+    TreeKind tree = TreeKind::nested;
+    unsigned leaf = 512;             ///< points in a leaf of a full tree
+    std::uint64_t budget = 500'000;  ///< points a frame
+    std::optional<float> minSize;    ///< pixels; empty: what suits the tree
 
     unsigned orbit = 8;   ///< frames round the scene
     unsigned flight = 8;  ///< frames across the scene
@@ -52,6 +52,10 @@ struct Options {
 [[nodiscard]] Options parseOptions(int count, const char* const* arguments);
 
 void printHelp(std::ostream& out);
+
+/// The size in pixels below which nodes are left out: as given, or 0 for trees with all points in the leaves
+/// and else where points would lie closer than pixels.
+[[nodiscard]] float minSizeOf(const Options& options);
 
 [[nodiscard]] std::string name(TreeKind tree);
 [[nodiscard]] std::string name(ColorMode mode);
