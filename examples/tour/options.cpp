@@ -1,0 +1,220 @@
+#include "options.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <ostream>
+#include <string_view>
+#include <utility>
+
+namespace examples {
+namespace {
+
+template <class Value>
+using Names = std::vector<std::pair<std::string_view, Value>>;
+
+const Names<TreeKind>& treeNames() {
+    static const Names<TreeKind> names{{"nested", TreeKind::nested}, {"full", TreeKind::full}};
+    return names;
+}
+
+const Names<ColorMode>& colorNames() {
+    static const Names<ColorMode> names{{"auto", ColorMode::automatic},
+                                        {"rgb", ColorMode::rgb},
+                                        {"height", ColorMode::height},
+                                        {"intensity", ColorMode::intensity}};
+    return names;
+}
+
+const Names<Shading>& shadingNames() {
+    static const Names<Shading> names{
+        {"auto", Shading::automatic}, {"none", Shading::none}, {"edl", Shading::edl}};
+    return names;
+}
+
+const Names<ombrix::core::DEFAULT_COLORMAP>& mapNames() {
+    static const Names<ombrix::core::DEFAULT_COLORMAP> names{
+        {"rainbow", ombrix::core::RAINBOW}, {"rainbow_reversed", ombrix::core::RAINBOW_REVERSED},
+        {"gray", ombrix::core::GRAY},       {"viridis", ombrix::core::VIRIDIS},
+        {"magma", ombrix::core::MAGMA},     {"plasma", ombrix::core::PLASMA},
+        {"inferno", ombrix::core::INFERNO}};
+    return names;
+}
+
+[[noreturn]] void refuse(std::string_view option, std::string_view value, const std::string& expected) {
+    throw UsageError("bad value '" + std::string(value) + "' for " + std::string(option) + ": expected " +
+                     expected);
+}
+
+template <class Value>
+Value choose(std::string_view option, std::string_view value, const Names<Value>& names) {
+    std::string expected;
+    for (const auto& [text, result] : names) {
+        if (text == value)
+            return result;
+        expected += (expected.empty() ? "" : ", ") + std::string(text);
+    }
+    refuse(option, value, "one of " + expected);
+}
+
+template <class Value>
+std::string nameIn(const Names<Value>& names, Value wanted) {
+    for (const auto& [text, value] : names)
+        if (value == wanted)
+            return std::string(text);
+    return {};
+}
+
+/// A whole number in [low, high].
+std::uint64_t whole(std::string_view option, std::string_view value, std::uint64_t low, std::uint64_t high) {
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+    if (error != std::errc{} || end != value.data() + value.size() || number < low || number > high)
+        refuse(option, value, "a whole number from " + std::to_string(low) + " to " + std::to_string(high));
+    return number;
+}
+
+/// A number in [low, high]; the limits are whole.
+float real(std::string_view option, std::string_view value, int low, int high) {
+    float number = 0.0f;
+    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+    const bool inside = number >= static_cast<float>(low) && number <= static_cast<float>(high);
+    if (error != std::errc{} || end != value.data() + value.size() || !inside)
+        refuse(option, value, "a number from " + std::to_string(low) + " to " + std::to_string(high));
+    return number;
+}
+
+void setSize(Options& options, std::string_view option, std::string_view value) {
+    constexpr std::uint64_t least = 16;
+    constexpr std::uint64_t most = 8192;
+    const auto cross = value.find('x');
+    if (cross == std::string_view::npos)
+        refuse(option, value, "WIDTHxHEIGHT in pixels");
+    options.width = static_cast<int>(whole(option, value.substr(0, cross), least, most));
+    options.height = static_cast<int>(whole(option, value.substr(cross + 1), least, most));
+}
+
+using Setter = std::function<void(Options&, std::string_view option, std::string_view value)>;
+
+const std::map<std::string_view, Setter>& setters() {
+    constexpr std::uint64_t mostPoints = 1'000'000'000'000;
+    static const std::map<std::string_view, Setter> table{
+        {"--output", [](Options& o, auto, auto value) { o.output = std::string(value); }},
+        {"--tree", [](Options& o, auto option, auto value) { o.tree = choose(option, value, treeNames()); }},
+        {"--leaf",
+         [](Options& o, auto option, auto value) {
+             o.leaf = static_cast<unsigned>(whole(option, value, 1, 1'000'000'000));
+         }},
+        {"--budget",
+         [](Options& o, auto option, auto value) { o.budget = whole(option, value, 0, mostPoints); }},
+        {"--min-size",
+         [](Options& o, auto option, auto value) { o.minSize = real(option, value, 0, 100'000); }},
+        {"--frames", [](Options& o, auto option,
+                        auto value) { o.orbit = static_cast<unsigned>(whole(option, value, 0, 10'000)); }},
+        {"--flight", [](Options& o, auto option,
+                        auto value) { o.flight = static_cast<unsigned>(whole(option, value, 0, 10'000)); }},
+        {"--size", setSize},
+        {"--fov", [](Options& o, auto option, auto value) { o.fieldOfView = real(option, value, 1, 150); }},
+        {"--splat", [](Options& o, auto option, auto value) { o.splat = real(option, value, 0, 100); }},
+        {"--shading",
+         [](Options& o, auto option, auto value) { o.shading = choose(option, value, shadingNames()); }},
+        {"--color",
+         [](Options& o, auto option, auto value) { o.color = choose(option, value, colorNames()); }},
+        {"--map", [](Options& o, auto option, auto value) { o.map = choose(option, value, mapNames()); }},
+    };
+    return table;
+}
+
+}  // namespace
+
+Options parseOptions(int count, const char* const* arguments) {
+    Options options;
+    bool onlyFiles = false;
+    for (int i = 1; i < count; ++i) {
+        const std::string_view argument = arguments[i];
+        if (onlyFiles || argument.size() < 2 || argument[0] != '-') {
+            options.files.emplace_back(argument);
+            continue;
+        }
+        if (argument == "--") {
+            onlyFiles = true;
+            continue;
+        }
+        if (argument == "--help" || argument == "-h") {
+            options.help = true;
+            continue;
+        }
+        // Both --option value and --option=value
+        const auto equals = argument.find('=');
+        const std::string_view option = argument.substr(0, equals);
+        const auto setter = setters().find(option);
+        if (setter == setters().end())
+            throw UsageError("unknown option '" + std::string(option) + "'");
+        if (equals != std::string_view::npos)
+            setter->second(options, option, argument.substr(equals + 1));
+        else if (++i < count)
+            setter->second(options, option, arguments[i]);
+        else
+            throw UsageError("option " + std::string(option) + " needs a value");
+    }
+    return options;
+}
+
+float minSizeOf(const Options& options) {
+    // A node's sphere of radius r spans 128 cells of its sample over 2 r / sqrt(3): at 55 pixels its cells
+    // are half a pixel wide and its parent's are one.
+    constexpr float halfPixelCells = 55.0f;
+    return options.minSize.value_or(options.tree == TreeKind::nested ? halfPixelCells : 0.0f);
+}
+
+std::string name(TreeKind tree) {
+    return nameIn(treeNames(), tree);
+}
+std::string name(ColorMode mode) {
+    return nameIn(colorNames(), mode);
+}
+
+void printHelp(std::ostream& out) {
+    out << R"(usage: tour [FILE...] [OPTION...]
+
+Reads point clouds (PLY, LAS, text, OBJ), organises them in an octree, walks a camera round the scene and
+flies it across, and draws what is visible of each frame within a budget of points. Writes PNG pictures and
+a table on standard output. Without a file it tours the cloud that comes with the examples.
+
+Tree
+  --tree KIND       nested: every node holds a sample of what is below it, coarse ones are drawn first;
+                    full: all points in the leaves (default: nested)
+  --leaf N          points that a leaf of a full tree may hold (default: 512)
+
+Selection
+  --budget N        points to draw in a frame; the last node taken may pass it (default: 500000)
+  --min-size PIXELS radius on the screen below which a node is left out (default: 55 for a nested tree, where
+                    its points would be closer than pixels, else 0)
+
+  Nodes are taken from the root down, the one that is largest on the screen first. A nested tree is whole at
+  any budget: where it ends, the picture is coarser. A full tree has its points in the leaves alone, and its
+  inner nodes, which hold none, cost nothing. So where the budget ends or a node is too small, all points of
+  that place are missing, and the picture has a hole there: for a picture without holes give a full tree a
+  budget above the number of points and leave --min-size at 0.
+
+Pictures
+  --output FOLDER   where the pictures go (default: tour-pictures)
+                    Besides the frames there is, for a nested tree, levels.png: its levels of detail side by side
+  --frames N        frames of the walk round the scene (default: 8)
+  --flight N        frames of the flight across it (default: 8)
+  --size WxH        pixels (default: 1200x675)
+  --fov DEGREES     vertical opening angle, 1 to 150 (default: 45)
+  --splat FACTOR    size of the points on the screen, 1: as far apart as their neighbours (default: 1)
+  --shading NAME    auto, none or edl: darken edges in depth; auto leaves true colours as they are
+  --color NAME      auto, rgb, height or intensity; auto takes colours where there are any, else intensity,
+                    else height
+  --map NAME        colours of the scale: rainbow, rainbow_reversed, gray, viridis, magma, plasma or inferno
+                    (default: gray for intensity, viridis for height); true colours have none
+
+Exit status: 0, or 1 when a file cannot be read or a picture cannot be written, or 2 for a bad command line.
+)";
+}
+
+}  // namespace examples

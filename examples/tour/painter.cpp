@@ -1,0 +1,100 @@
+#include "painter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+namespace examples {
+
+using ombrix::core::ColorRGB;
+using ombrix::core::DEFAULT_COLORMAP;
+using ombrix::core::Octree;
+using ombrix::core::PointCloud;
+
+namespace {
+
+constexpr std::size_t SAMPLES = 100'000;
+constexpr double TAIL = 0.01;  ///< share of the values beyond either end of the scale
+
+ColorMode modeFor(ColorMode wanted, const Scene& scene) {
+    if (wanted == ColorMode::rgb && !scene.hasColors)
+        throw std::runtime_error("the points have no colours: choose another --color");
+    if (wanted == ColorMode::intensity && !scene.hasIntensity)
+        throw std::runtime_error("the points have no intensities: choose another --color");
+    if (wanted != ColorMode::automatic)
+        return wanted;
+    return scene.hasColors ? ColorMode::rgb : scene.hasIntensity ? ColorMode::intensity : ColorMode::height;
+}
+
+DEFAULT_COLORMAP mapFor(ColorMode mode) {
+    return mode == ColorMode::intensity ? ombrix::core::GRAY : ombrix::core::VIRIDIS;
+}
+
+/// What a mode with a scale shows of each point of a cloud.
+void valuesOf(ColorMode mode, const PointCloud& cloud, std::vector<float>& values) {
+    values.resize(cloud.size());
+    for (std::size_t i = 0; i < values.size(); ++i)
+        values[i] = mode == ColorMode::intensity ? cloud.scalars()[i] : cloud.positions()[i].z();
+}
+
+/// The range of a mode's values over a sample of the tree, without the tails.
+std::pair<float, float> rangeOf(ColorMode mode, const Octree& tree) {
+    std::vector<std::uint64_t> keys = tree.keys();
+    std::sort(keys.begin(), keys.end());
+    const std::size_t stride = std::max<std::size_t>(1, tree.size() / SAMPLES);
+    std::vector<float> sample;
+    std::vector<float> values;
+    std::size_t skip = 0;
+    for (const std::uint64_t key : keys) {
+        const auto& cloud = tree.node(key).pc;
+        if (!cloud)
+            continue;
+        valuesOf(mode, *cloud, values);
+        for (; skip < values.size(); skip += stride)
+            if (std::isfinite(values[skip]))
+                sample.push_back(values[skip]);
+        skip -= values.size();
+    }
+    if (sample.empty())
+        return {0.0f, 0.0f};
+    std::sort(sample.begin(), sample.end());
+    const auto tail = static_cast<std::size_t>(TAIL * static_cast<double>(sample.size()));
+    return {sample[tail], sample[sample.size() - 1 - tail]};
+}
+
+}  // namespace
+
+Painter::Painter(ColorMode mode, std::optional<DEFAULT_COLORMAP> map, const Scene& scene, const Octree& tree)
+    : mode_(modeFor(mode, scene)) {
+    if (mode_ == ColorMode::rgb)
+        return;
+    const auto [low, high] = rangeOf(mode_, tree);
+    map_.set_colors(map.value_or(mapFor(mode_)));
+    map_.set_boundaries(low, high);
+
+    // Heights are relative to the tree, whose origin is relative to the scene.
+    const double base =
+        mode_ == ColorMode::height ? static_cast<double>(tree.origin().z()) + scene.shift.z() : 0.0;
+    Legend legend{name(mode_), base + static_cast<double>(low), base + static_cast<double>(high), {}};
+    for (unsigned step = 0; step < ombrix::core::ColorMap::MAX_STEPS; ++step) {
+        ombrix::core::ColorRGB_F color = map_.color(step);
+        legend.colors.push_back(color.RGBFloatTo24());
+    }
+    legend_ = std::move(legend);
+}
+
+void Painter::paint(const PointCloud& cloud, std::vector<ColorRGB>& colors) const {
+    if (mode_ == ColorMode::rgb) {
+        colors = cloud.colors();
+        return;
+    }
+    std::vector<float> values;
+    valuesOf(mode_, cloud, values);
+    colors.resize(values.size());
+    std::transform(values.begin(), values.end(), colors.begin(), [this](float value) {
+        ombrix::core::ColorRGB_F color = map_.color_absolute(value);
+        return color.RGBFloatTo24();
+    });
+}
+
+}  // namespace examples

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <ombrix/core/color/color.h>
+#include <ombrix/core/color/color_map.h>
+#include <ombrix/core/octree/octree.h>
+#include <ombrix/core/points/point_cloud.h>
+
+#include "options.h"
+#include "scene.h"
+
+namespace examples {
+
+/// A scale of values and its colours, lowest first.
+struct Legend {
+    std::string title;
+    double low = 0.0;
+    double high = 0.0;
+    std::vector<ombrix::core::ColorRGB> colors;
+};
+
+/// Gives the points of a tree's nodes their colours on the screen.
+class Painter {
+public:
+    /// @param map  the colours of the scale; each mode has its own by default.
+    /// @throws std::runtime_error when the scene lacks what the mode shows.
+    Painter(ColorMode mode, std::optional<ombrix::core::DEFAULT_COLORMAP> map, const Scene& scene,
+            const ombrix::core::Octree& tree);
+
+    /// The mode in use, never `automatic`.
+    [[nodiscard]] ColorMode mode() const { return mode_; }
+    /// Colours of all points of a node's cloud.
+    void paint(const ombrix::core::PointCloud& cloud, std::vector<ombrix::core::ColorRGB>& colors) const;
+    /// Empty when the colours stand for no scale.
+    [[nodiscard]] const std::optional<Legend>& legend() const { return legend_; }
+
+private:
+    ColorMode mode_;
+    ombrix::core::ColorMap map_;
+    std::optional<Legend> legend_;
+};
+
+}  // namespace examples
