@@ -79,7 +79,8 @@ void drawLegend(Image& image, const Legend& legend) {
                                              number(0.5 * (legend.low + legend.high), range),
                                              number(legend.high, range)};
     const int left = margin + textWidth(numbers[0], scale) / 2;
-    const int panelWidth = left + barWidth + textWidth(numbers[2], scale) / 2 + margin;
+    const int panelWidth = margin + std::max(left - margin + barWidth + textWidth(numbers[2], scale) / 2,
+                                             margin + textWidth(legend.title, scale));
     dim(image, 0, top, panelWidth, panelHeight);
     drawText(image, margin, top + margin, legend.title, scale, WHITE);
     const int barTop = top + line + 2 * margin;

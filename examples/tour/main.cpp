@@ -6,6 +6,7 @@
 #include <system_error>
 #include <vector>
 
+#include "attributes.h"
 #include "camera.h"
 #include "options.h"
 #include "painter.h"
@@ -25,15 +26,34 @@ void makeOutputFolder(const std::filesystem::path& folder) {
                                  (error ? ": " + error.message() : ""));
 }
 
+/// All that the scene can be shown as.
+std::vector<ColorMode> modesOf(const Scene& scene) {
+    std::vector<ColorMode> modes;
+    for (const ColorMode mode : {ColorMode::rgb, ColorMode::height, ColorMode::intensity, ColorMode::normal,
+                                 ColorMode::curvature, ColorMode::density})
+        if (canShow(mode, scene))
+            modes.push_back(mode);
+    return modes;
+}
+
 void tour(const Options& options) {
     makeOutputFolder(options.output);
     std::vector<std::filesystem::path> files = options.files;
     if (files.empty())
         files.push_back(std::filesystem::path(OMBRIX_EXAMPLE_DATA) / "swiss_fields.las");
-    const Scene scene = readScene(files);
+    Scene scene = readScene(files);
+    const ColorMode mode = options.color == ColorMode::automatic ? bestMode(scene) : options.color;
+    if (!canShow(mode, scene))
+        throw std::runtime_error("the points have nothing to show as " + name(mode) +
+                                 ": choose another --color");
+    const std::vector<ColorMode> sheetModes = options.sheet ? modesOf(scene) : std::vector<ColorMode>{};
+    addAttribute(scene, mode);
+    for (const ColorMode other : sheetModes)
+        addAttribute(scene, other);
+
     const Tree tree = buildTree(scene, options);
     ombrix::core::Octree& octree = *tree.octree;
-    const Painter painter(options.color, options.map, scene, octree);
+    const Painter painter(mode, options.map, scene, octree);
 
     const auto points = static_cast<double>(octree.size());
     std::printf("%s octree: %.0f points, %llu nodes, depth %u, built in %.3f s, %.1f million points/s\n",
@@ -50,6 +70,12 @@ void tour(const Options& options) {
     tourist.takeFrames(views, lens, painter);
     if (options.tree == TreeKind::nested)
         tourist.takeLevels(stage, painter);
+    if (options.sheet) {
+        std::vector<Painter> painters;
+        for (const ColorMode other : sheetModes)
+            painters.emplace_back(other, options.map, scene, octree);
+        tourist.takeSheet(stage, painters);
+    }
     std::printf("\n%u pictures in %s\n", tourist.pictures(), options.output.string().c_str());
 }
 

@@ -21,10 +21,10 @@ const Names<TreeKind>& treeNames() {
 }
 
 const Names<ColorMode>& colorNames() {
-    static const Names<ColorMode> names{{"auto", ColorMode::automatic},
-                                        {"rgb", ColorMode::rgb},
-                                        {"height", ColorMode::height},
-                                        {"intensity", ColorMode::intensity}};
+    static const Names<ColorMode> names{{"auto", ColorMode::automatic}, {"rgb", ColorMode::rgb},
+                                        {"height", ColorMode::height},  {"intensity", ColorMode::intensity},
+                                        {"normal", ColorMode::normal},  {"curvature", ColorMode::curvature},
+                                        {"density", ColorMode::density}};
     return names;
 }
 
@@ -146,6 +146,10 @@ Options parseOptions(int count, const char* const* arguments) {
             options.help = true;
             continue;
         }
+        if (argument == "--sheet") {
+            options.sheet = true;
+            continue;
+        }
         // Both --option value and --option=value
         const auto equals = argument.find('=');
         const std::string_view option = argument.substr(0, equals);
@@ -208,10 +212,14 @@ Pictures
   --fov DEGREES     vertical opening angle, 1 to 150 (default: 45)
   --splat FACTOR    size of the points on the screen, 1: as far apart as their neighbours (default: 1)
   --shading NAME    auto, none or edl: darken edges in depth; auto leaves true colours as they are
-  --color NAME      auto, rgb, height or intensity; auto takes colours where there are any, else intensity,
-                    else height
+  --color NAME      auto, rgb, height, intensity, normal, curvature or density; auto takes colours where there
+                    are any, else intensity, else height. Without intensities, those are the brightness of
+                    the colours. Normals and curvature are those of the 16 nearest points
   --map NAME        colours of the scale: rainbow, rainbow_reversed, gray, viridis, magma, plasma or inferno
-                    (default: gray for intensity, viridis for height); true colours have none
+                    (default: gray for intensity, plasma for curvature, else viridis); true colours and
+                    normals have no scale. The scale leaves out the lowest and the highest hundredth of the
+                    values
+  --sheet           also sheet.png: the scene in all colours side by side
 
 Exit status: 0, or 1 when a file cannot be read or a picture cannot be written, or 2 for a bad command line.
 )";

@@ -15,7 +15,7 @@ namespace examples {
 enum class TreeKind { nested, full };
 /// What the points' colours show; `automatic` takes the first of colours, intensity and height that the
 /// cloud has.
-enum class ColorMode { automatic, rgb, height, intensity };
+enum class ColorMode { automatic, rgb, height, intensity, normal, curvature, density };
 /// Eye-dome shading of the pictures; `automatic` leaves true colours alone and shades all others.
 enum class Shading { automatic, none, edl };
 
@@ -45,6 +45,7 @@ struct Options {
 
     ColorMode color = ColorMode::automatic;
     std::optional<ombrix::core::DEFAULT_COLORMAP> map;  ///< empty: the mode's own
+    bool sheet = false;                                 ///< a picture in each mode on one sheet
 };
 
 /// Reads a command line, program name first.

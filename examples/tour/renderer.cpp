@@ -127,7 +127,8 @@ Image draw(const Octree& tree, const Spacings& spacings, const std::vector<Visib
 
     DepthBuffer buffer(SCALE * lens.width, SCALE * lens.height);
     buffer.draw(splats);
-    buffer.closeGaps();
+    if (style.closed)
+        buffer.closeGaps();
     return buffer.resolve(SCALE, style.edl);
 }
 

@@ -17,6 +17,7 @@ namespace examples {
 struct Style {
     float splat = 1.0f;  ///< factor on the points' size on the screen
     bool edl = false;    ///< eye-dome shading
+    bool closed = true;  ///< whether gaps of a few pixels between points are filled
 };
 
 /// Draws the points of selected nodes as discs into a depth buffer.

@@ -15,7 +15,7 @@ using ombrix::core::Octree;
 
 namespace {
 
-constexpr float LEVEL_SPLAT = 0.6f;  ///< small enough to tell the points of coarse levels apart
+constexpr float LEVEL_SPLAT = 0.4f;  ///< small enough to tell the points of coarse levels apart
 constexpr std::uint8_t VISIBLE = 2;  ///< what `Visibility` marks the nodes of a selection with
 
 using Clock = std::chrono::steady_clock;
@@ -32,10 +32,16 @@ Tourist::Tourist(Octree& tree, const Options& options)
 Image Tourist::drawVisible(const View& view, const Lens& lens, const Painter& painter, float splat) {
     Style style;
     style.splat = splat * options_.splat;
+    style.closed = splat >= 1.0f;
     style.edl = options_.shading == Shading::edl ||
                 (options_.shading == Shading::automatic && painter.mode() != ColorMode::rgb);
     visibility_.buildHierarchy(true);
     return draw(tree_, spacings_, visibility_.getHierarchy(), view, lens, painter, style);
+}
+
+Lens Tourist::tileLens(int columns) const {
+    const int width = std::max(16, options_.width / columns);
+    return {width, std::max(16, width * 2 / 5), options_.fieldOfView};
 }
 
 void Tourist::write(const std::string& name, const Image& image) {
@@ -66,9 +72,8 @@ void Tourist::takeFrames(const std::vector<View>& views, const Lens& lens, const
 void Tourist::takeLevels(const Stage& stage, const Painter& painter) {
     const auto levels = tree_.max_depth() + 1;
     const int columns = levels == 1 ? 1 : levels <= 4 ? 2 : 3;
-    const int width = std::max(16, options_.width / columns);
-    const Lens lens{width, std::max(16, width * 2 / 5), options_.fieldOfView};
-    const std::vector<View> views = stage.orbit(1, lens);
+    const Lens lens = tileLens(columns);
+    const View view = stage.orbit(1, lens).front();
 
     std::vector<Image> pictures;
     for (auto& [key, node] : tree_.nodes())
@@ -76,13 +81,32 @@ void Tourist::takeLevels(const Stage& stage, const Painter& painter) {
     for (unsigned level = 0; level < levels; ++level) {
         for (const std::uint64_t key : tree_.branch(tree_.rootKey(), level))
             tree_.node(key).flags |= VISIBLE;
-        Image image = drawVisible(views.front(), lens, painter, LEVEL_SPLAT);
+        Image image = drawVisible(view, lens, painter, LEVEL_SPLAT);
         drawCaption(image,
                     "level " + std::to_string(level) + ": " + std::to_string(tree_.size(level)) + " points");
         pictures.push_back(std::move(image));
     }
     write("levels", tile(pictures, columns));
     std::printf("levels 0 to %u in levels.png\n", levels - 1);
+}
+
+void Tourist::takeSheet(const Stage& stage, const std::vector<Painter>& painters) {
+    constexpr int columns = 2;
+    const Lens lens = tileLens(columns);
+    const View view = stage.orbit(1, lens).front();
+    visibility_.update(view.frustum, options_.budget, minSizeOf(options_));
+
+    std::vector<Image> pictures;
+    for (const Painter& painter : painters) {
+        Image image = drawVisible(view, lens, painter, 1.0f);
+        if (painter.legend())
+            drawLegend(image, *painter.legend());
+        else
+            drawCaption(image, painter.title());
+        pictures.push_back(std::move(image));
+    }
+    write("sheet", tile(pictures, columns));
+    std::printf("the scene in %zu colourings in sheet.png\n", painters.size());
 }
 
 }  // namespace examples

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
+#include <string>
+#include <vector>
 
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/view/visibility.h>
@@ -24,12 +25,16 @@ public:
     void takeFrames(const std::vector<View>& views, const Lens& lens, const Painter& painter);
     /// levels.png: everything down to each depth of the tree from one place, side by side.
     void takeLevels(const Stage& stage, const Painter& painter);
+    /// sheet.png: the whole scene from one place in the colours of each painter, side by side.
+    void takeSheet(const Stage& stage, const std::vector<Painter>& painters);
 
     [[nodiscard]] unsigned pictures() const { return pictures_; }
 
 private:
     /// Draws the nodes whose visible flag is set, with `splat` as a further factor on the points' size.
     [[nodiscard]] Image drawVisible(const View& view, const Lens& lens, const Painter& painter, float splat);
+    /// For a picture in one of several columns.
+    [[nodiscard]] Lens tileLens(int columns) const;
     void write(const std::string& name, const Image& image);
 
     ombrix::core::Octree& tree_;
