@@ -1,5 +1,6 @@
 #include <cmath>
 #include <limits>
+#include <map>
 #include <random>
 #include <utility>
 #include <vector>
@@ -15,24 +16,15 @@ namespace {
 
 using namespace ombrix::core;
 using ombrix::test::expectSameTree;
+using ombrix::test::NamedCloud;
 using ombrix::test::NestedReference;
+using ombrix::test::numbered;
 using Positions = std::vector<Vector3f>;
 
 constexpr float EDGE = 100.0f;
 constexpr std::size_t MANY = 1'100'000;
 
-/// Scalars number the points (exactly, below 2^24).
-PointCloud numbered(const Positions& positions) {
-    PointCloud cloud;
-    cloud.positions() = positions;
-    cloud.resize(positions.size());
-    for (std::size_t i = 0; i < positions.size(); ++i) {
-        cloud.scalars()[i] = static_cast<float>(i);
-    }
-    return cloud;
-}
-
-/// Positions on a lattice of a third of the finest grid's cells met: ties, duplicates, faces and corners.
+/// Positions on a lattice that the grids' cells share: ties, duplicates, faces and corners.
 Positions latticePoints(std::size_t n, float edge) {
     std::mt19937 random(7);
     Positions points(n);
@@ -61,13 +53,13 @@ Positions roughPoints(std::size_t n, float edge) {
     return points;
 }
 
-/// A derived builder: counts the calls and goes on as before.
+/// A derived builder that counts the calls and goes on as before.
 class ObservingBuilder : public NestedOctreeFactory {
 public:
     using NestedOctreeFactory::add;
     using NestedOctreeFactory::NestedOctreeFactory;
     std::map<std::uint64_t, std::size_t> insertions;
-    std::map<std::uint64_t, int> childrenSet;
+    std::map<std::uint64_t, int> registrations;
 
 protected:
     void add(Node& node, const Point& point) override {
@@ -75,39 +67,99 @@ protected:
         NestedOctreeFactory::add(node, point);
     }
     void setChild(Node& node, std::uint8_t i) override {
-        ++childrenSet[child_key(node.key, i)];
+        ++registrations[child_key(node.key, i)];
         NestedOctreeFactory::setChild(node, i);
     }
 };
 
-TEST(NestedInsertion, EveryWayInBuildsTheTreeOfTheRule) {
-    const std::vector<std::pair<std::string, Positions>> clouds = {
-        {"lattice", latticePoints(MANY, EDGE)},
-        {"rough", roughPoints(MANY, EDGE)},
-        {"clustered", ombrix::test::clusteredPoints(400'000, EDGE)},
-        {"equal", Positions(70'000, Vector3f(EDGE, 0.0f, EDGE / 3))}};
-    for (const auto& [name, positions] : clouds) {
-        SCOPED_TRACE(name);
-        const NestedReference reference(positions, EDGE);
-        const PointCloud cloud = numbered(positions);
+class NestedInsertion : public testing::TestWithParam<ombrix::test::NamedCloud> {
+protected:
+    const PointCloud& cloud() const { return GetParam().cloud; }
+    const NestedReference& reference() const { return reference_; }
 
-        NestedOctreeFactory whole(Vector3f::Zero(), EDGE);
-        whole.add(cloud);
-        expectSameTree(reference, whole);
+private:
+    const NestedReference reference_ = NestedReference(cloud().positions(), EDGE).insertAll();
+};
 
-        // In parts of all sizes, shifted there and back
-        NestedOctreeFactory parts(Vector3f::Constant(64.0f), EDGE);
-        std::uint64_t first = 0;
-        for (std::uint64_t size = 1; first < cloud.size(); first += size, size = size * 3 + 1) {
-            PointCloud part;
-            part.push_back(cloud, first, std::min(first + size, cloud.size()) - 1, true);
-            parts.add(part, Vector3d::Constant(64.0));
+TEST_P(NestedInsertion, BuildsTheTreeOfTheRule) {
+    ombrix::test::withOneAndFourWorkers([&] {
+        NestedOctreeFactory factory(Vector3f::Zero(), EDGE);
+        factory.add(cloud());
+        expectSameTree(reference(), factory);
+        EXPECT_EQ(factory.size(), cloud().size());
+        EXPECT_EQ(factory.scalarfieldMax(), static_cast<float>(cloud().size() - 1));
+    });
+}
+
+TEST_P(NestedInsertion, BuildsTheSameTreeInPartsShiftedToTheOrigin) {
+    NestedOctreeFactory factory(Vector3f::Constant(64.0f), EDGE);
+    std::uint64_t first = 0;
+    for (std::uint64_t size = 1; first < cloud().size(); first += size, size = size * 3 + 1) {
+        PointCloud part;
+        part.push_back(cloud(), first, std::min(first + size, cloud().size()) - 1, true);
+        if (size == 1) {
+            factory.add_local(part.point(0));
+        } else {
+            factory.add(part, Vector3d::Constant(64.0));
         }
-        expectSameTree(reference, parts);
+    }
+    expectSameTree(reference(), factory);
+}
 
-        ObservingBuilder derived(Vector3f::Zero(), EDGE);
-        derived.add(cloud);
-        expectSameTree(reference, derived);
+TEST_P(NestedInsertion, ShowsEveryStepToADerivedBuilder) {
+    ObservingBuilder factory(Vector3f::Zero(), EDGE);
+    factory.add(cloud());
+    expectSameTree(reference(), factory);
+    for (const auto& [key, node] : reference().nodes()) {
+        EXPECT_EQ(factory.insertions[key], node.arrivals) << "node " << key;
+        EXPECT_EQ(factory.registrations[key], key == 1 ? 0 : 1) << "node " << key;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Clouds, NestedInsertion,
+    testing::Values(NamedCloud{"lattice", numbered(latticePoints(MANY, EDGE))},
+                    NamedCloud{"rough", numbered(roughPoints(MANY, EDGE))},
+                    NamedCloud{"clustered", numbered(ombrix::test::clusteredPoints(200'000, EDGE))},
+                    NamedCloud{"equal", numbered(Positions(66'000, Vector3f(EDGE, 0.0f, EDGE / 3)))}),
+    [](const auto& info) { return info.param.name; });
+
+TEST(NestedInsertionThreshold, TheLastPointOfABucketMakesItAGrid) {
+    const Positions positions = ombrix::test::uniformPoints(65536, EDGE);
+    const PointCloud cloud = numbered(positions);
+    NestedOctreeFactory factory(Vector3f::Zero(), EDGE);
+    for (std::uint64_t i = 0; i + 1 < cloud.size(); ++i) {
+        factory.add(cloud.point(i));
+    }
+    EXPECT_FALSE(factory.nodes().at(1).expanded);
+    EXPECT_EQ(factory.nodes().at(1).points.size(), 65535u);
+    EXPECT_EQ(factory.maxDepth(), 0u);
+
+    factory.add(cloud.point(65535));
+    EXPECT_TRUE(factory.nodes().at(1).expanded);
+    EXPECT_EQ(factory.nodes().at(1).points.capacity(), 0u);
+    expectSameTree(NestedReference(positions, EDGE).insertAll(), factory);
+}
+
+TEST(NestedInsertionThreshold, BucketsOfDepth20StayBuckets) {
+    const PointCloud cloud = numbered(Positions(3 * 65536, Vector3f::Constant(EDGE)));
+    NestedOctreeFactory factory(Vector3f::Zero(), EDGE);
+    factory.add(cloud);
+    EXPECT_EQ(factory.maxDepth(), 19u);
+    const std::uint64_t deepest = node_key(0x7fffffffffffffff, 20);
+    EXPECT_FALSE(factory.nodes().at(deepest).expanded);
+    EXPECT_EQ(factory.nodes().at(deepest).points.size(), 3u * 65536 - 20);
+}
+
+TEST(NestedInsertionThreshold, CubesThatTheClampCannotResolveLoseNothing) {
+    for (const float edge : {0.0f, 1e-30f, 1e-9f, 1e12f, 1e30f}) {
+        SCOPED_TRACE(edge);
+        const PointCloud cloud = numbered(ombrix::test::uniformPoints(150'000, edge));
+        NestedOctreeFactory factory(Vector3f::Zero(), edge);
+        factory.add(cloud);
+        Octree octree;
+        factory(octree);
+        EXPECT_EQ(octree.size(), cloud.size());
     }
 }
 
