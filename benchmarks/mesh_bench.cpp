@@ -1,7 +1,7 @@
-#include <cmath>
-#include <cstdlib>
 #include <filesystem>
-#include <numbers>
+#include <random>
+#include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -61,8 +61,59 @@ void WriteObjMillionTriangles(benchmark::State& state) {
     std::filesystem::remove(path);
 }
 
+/// Argument: voxels along the longest side.
+void SparseGridBuildMillionTriangles(benchmark::State& state) {
+    const TriMesh& mesh = bench::bumpyTorus();
+    Vector3f min, max;
+    mesh.getMinMax(min, max);
+    const float voxel = (max - min).maxCoeff() / static_cast<float>(state.range(0));
+    for (auto _ : state) {
+        SparseGrid grid;
+        grid.build(mesh, voxel);
+        benchmark::DoNotOptimize(grid.nodes.size());
+        state.counters["voxels"] = static_cast<double>(grid.nodes.size());
+    }
+    setRates(state, 0, mesh.faces.size());
+}
+
+void SphereTreeBuildMillionTriangles(benchmark::State& state) {
+    const TriMesh& mesh = bench::bumpyTorus();
+    for (auto _ : state) {
+        const SphereTree tree(mesh);
+        benchmark::DoNotOptimize(tree.root());
+    }
+    setRates(state, 0, mesh.faces.size());
+}
+
+/// Queries spread over the mesh's box, in random order. Argument: percent of the half box that they fill,
+/// or 0 for queries that lie within 1 % of the surface.
+void SphereTreeClosestPointMillionTriangles(benchmark::State& state) {
+    const TriMesh& mesh = bench::bumpyTorus();
+    static const SphereTree tree(mesh);
+    Vector3f min, max;
+    mesh.getMinMax(min, max);
+    std::mt19937 random(1);
+    std::uniform_real_distribution<float> unit(0, 1);
+    std::vector<Vector3f> queries(20'000);
+    for (Vector3f& query : queries) {
+        const Vector3f share(unit(random), unit(random), unit(random));
+        query = state.range(0) != 0 ? Vector3f(min + share.cwiseProduct(max - min))
+                                    : Vector3f(mesh.vertices[random() % mesh.vertices.size()] +
+                                               0.02f * (share - Vector3f::Constant(0.5f)));
+    }
+    for (auto _ : state) {
+        for (const Vector3f& query : queries) {
+            benchmark::DoNotOptimize(tree.closestPoint(query));
+        }
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * queries.size()));
+}
+
 BENCHMARK(ReadObjMillionTriangles)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(ReadObjWithOptionsMillionTriangles)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(WriteObjMillionTriangles)->Arg(6)->Arg(9)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(SparseGridBuildMillionTriangles)->Arg(256)->Unit(benchmark::kMillisecond);
+BENCHMARK(SphereTreeBuildMillionTriangles)->Unit(benchmark::kMillisecond);
+BENCHMARK(SphereTreeClosestPointMillionTriangles)->Arg(0)->Arg(100)->Unit(benchmark::kMillisecond);
 
 }  // namespace

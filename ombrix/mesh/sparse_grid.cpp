@@ -1,0 +1,159 @@
+#include <ombrix/mesh/sparse_grid.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <limits>
+
+#include <ombrix/core/checked_lookup_detail.h>
+#include <ombrix/core/octree/morton.h>
+#include <ombrix/mesh/triangle_box_detail.h>
+#include <ombrix/mesh/valid_faces_detail.h>
+
+namespace ombrix::mesh {
+
+namespace {
+
+using core::Vector3d;
+
+/// Cut towards zero; 0 for NaN, and the nearest integer there is beyond the range.
+std::int32_t truncated(double value) {
+    constexpr double LOW = std::numeric_limits<std::int32_t>::min();
+    constexpr double HIGH = std::numeric_limits<std::int32_t>::max();
+    return std::isnan(value) ? 0 : static_cast<std::int32_t>(std::clamp(value, LOW, HIGH));
+}
+
+std::uint64_t voxelKey(std::int32_t i, std::int32_t j, std::int32_t k) {
+    const core::morton3d<std::uint64_t> code(static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j),
+                                             static_cast<std::uint32_t>(k));
+    // Three bytes of z are interleaved: its bit 21 still has room in the topmost bit.
+    return code.key | static_cast<std::uint64_t>(static_cast<std::uint32_t>(k) >> 21 & 1u) << 63;
+}
+
+/// First and last voxel along one axis that [min, max] touches, relative to the grid's origin.
+///
+/// A coordinate whose rounding may have moved it off a voxel face counts as on the face: then the voxel on
+/// the other side is tried as well, and the overlap test decides.
+struct VoxelRange {
+    std::int32_t first, last;
+
+    VoxelRange(double min, double max, double origin, double voxel) {
+        const auto faceAt = [&](double coordinate, double position) {
+            const double nearest = std::round(position);
+            const double rounding = FLT_EPSILON * (std::abs(coordinate) + std::abs(origin)) / voxel;
+            return std::abs(position - nearest) <= rounding ? nearest : -1;
+        };
+        const double low = (min - origin) / voxel, high = (max - origin) / voxel;
+        const double lowFace = faceAt(min, low), highFace = faceAt(max, high);
+        first = std::max(truncated(lowFace > 0 ? lowFace - 1 : low), 0);
+        last = std::max(truncated(highFace > 0 ? highFace : high), 0);
+    }
+};
+
+/// Lower corner of the finite coordinates.
+Vector3f finiteMin(const TriMesh& mesh) {
+    Vector3f min = Vector3f::Constant(std::numeric_limits<float>::max());
+    for (const Vector3f& vertex : mesh.vertices) {
+        for (int axis = 0; axis < 3; ++axis) {
+            if (std::isfinite(vertex[axis]) && vertex[axis] < min[axis]) {
+                min[axis] = vertex[axis];
+            }
+        }
+    }
+    return min;
+}
+
+/// Calls visit(i, j, k) for every voxel that a triangle touches.
+template <class Visit>
+void forEachVoxel(const Triangle& triangle, const Vector3d& origin, double voxel, Visit&& visit) {
+    Vector3d corners[3];
+    for (int i = 0; i < 3; ++i) {
+        corners[i] = triangle.vertices[i].cast<double>();
+    }
+    const Vector3d min = corners[0].cwiseMin(corners[1]).cwiseMin(corners[2]);
+    const Vector3d max = corners[0].cwiseMax(corners[1]).cwiseMax(corners[2]);
+    const VoxelRange x(min.x(), max.x(), origin.x(), voxel);
+    const VoxelRange y(min.y(), max.y(), origin.y(), voxel);
+    const VoxelRange z(min.z(), max.z(), origin.z(), voxel);
+    if (x.first == x.last && y.first == y.last && z.first == z.last) {
+        visit(x.first, y.first, z.first);
+        return;
+    }
+
+    for (Vector3d& corner : corners) {
+        corner -= origin;
+    }
+    const detail::TriangleCubes cubes(corners, voxel * 0.5 + FLT_EPSILON);
+    const auto center = [&](std::int64_t index) { return (static_cast<double>(index) + 0.5) * voxel; };
+    for (std::int64_t i = x.first; i <= x.last; ++i) {
+        for (std::int64_t j = y.first; j <= y.last; ++j) {
+            if (!cubes.overlapsColumn(center(i), center(j))) {
+                continue;
+            }
+            double low = center(z.first), high = center(z.last);
+            cubes.clipColumn(center(i), center(j), low, high);
+            // One more on either side, for the rounding of the clipped range.
+            const std::int64_t first = std::max(truncated(low / voxel - 1), z.first);
+            const std::int64_t last = std::min(truncated(high / voxel + 1), z.last);
+            for (std::int64_t k = first; k <= last; ++k) {
+                if (cubes.overlapsInColumn({center(i), center(j), center(k)})) {
+                    visit(static_cast<std::int32_t>(i), static_cast<std::int32_t>(j),
+                          static_cast<std::int32_t>(k));
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+
+void SparseGrid::build(const TriMesh& mesh, float voxelSize) {
+    origin = finiteMin(mesh);
+    voxel = voxelSize;
+    if (!(voxel > 0) || !std::isfinite(voxel)) {
+        return;
+    }
+    const Vector3d corner = origin.cast<double>();
+    // Neighbouring faces mostly touch the voxel of the one before.
+    std::uint64_t lastKey = 0;
+    Node* last = nullptr;
+    for (const Face& face : mesh.faces) {
+        if (!detail::isUsable(mesh, face)) {
+            continue;
+        }
+        const Triangle triangle = mesh.make_triangle(face);
+        forEachVoxel(triangle, corner, voxel, [&](std::int32_t i, std::int32_t j, std::int32_t k) {
+            const std::uint64_t key = voxelKey(i, j, k);
+            if (last == nullptr || key != lastKey) {
+                last = &nodes[key];
+                lastKey = key;
+            }
+            last->triangles.push_back(triangle);
+        });
+    }
+}
+
+void SparseGrid::clear() {
+    nodes.clear();
+}
+
+std::uint64_t SparseGrid::key(const Vector3f& p) const {
+    const Vector3f position = (p - origin) / voxel;
+    return voxelKey(truncated(position.x()), truncated(position.y()), truncated(position.z()));
+}
+
+bool SparseGrid::count(std::uint64_t key) const {
+    return nodes.find(key) != nodes.end();
+}
+
+const SparseGrid::Node& SparseGrid::node(std::uint64_t key) const {
+    return core::detail::checkedLookup(nodes, key);
+}
+
+Vector3f SparseGrid::node_center(std::uint64_t key) const {
+    Vector3f cell;
+    core::morton3d<std::uint64_t>(key).decode(cell.x(), cell.y(), cell.z());
+    return (cell.array() + 0.5f) * voxel + origin.array();
+}
+
+}  // namespace ombrix::mesh
