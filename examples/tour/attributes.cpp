@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -14,6 +13,8 @@
 #include <ombrix/core/analysis/pca.h>
 #include <ombrix/core/analysis/resolution.h>
 #include <ombrix/core/points/fields.h>
+
+#include "console.h"
 
 namespace examples {
 
@@ -99,10 +100,8 @@ void addAttribute(Scene& scene, ColorMode mode) {
             cloud.scalars() = brightness(cloud);
     }
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    const auto points = static_cast<double>(scene.size());
     if (computed)
-        std::printf("%s of %.0f points in %.3f s, %.2f million points/s\n", name(mode).c_str(), points,
-                    seconds.count(), points / seconds.count() * 1e-6);
+        printRate(name(mode), scene.size(), seconds.count());
 }
 
 }  // namespace examples

@@ -51,14 +51,9 @@ void tour(const Options& options) {
     for (const ColorMode other : sheetModes)
         addAttribute(scene, other);
 
-    const Tree tree = buildTree(scene, options);
-    ombrix::core::Octree& octree = *tree.octree;
+    const auto tree = buildTree(scene, options);
+    ombrix::core::Octree& octree = *tree;
     const Painter painter(mode, options.map, scene, octree);
-
-    const auto points = static_cast<double>(octree.size());
-    std::printf("%s octree: %.0f points, %llu nodes, depth %u, built in %.3f s, %.1f million points/s\n",
-                name(options.tree).c_str(), points, static_cast<unsigned long long>(octree.keyCount()),
-                octree.max_depth(), tree.seconds, points / tree.seconds * 1e-6);
 
     const Lens lens{options.width, options.height, options.fieldOfView};
     const Stage stage(octree);

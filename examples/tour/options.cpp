@@ -16,7 +16,8 @@ template <class Value>
 using Names = std::vector<std::pair<std::string_view, Value>>;
 
 const Names<TreeKind>& treeNames() {
-    static const Names<TreeKind> names{{"nested", TreeKind::nested}, {"full", TreeKind::full}};
+    static const Names<TreeKind> names{
+        {"nested", TreeKind::nested}, {"full", TreeKind::full}, {"dynamic", TreeKind::dynamic}};
     return names;
 }
 
@@ -107,6 +108,8 @@ const std::map<std::string_view, Setter>& setters() {
          [](Options& o, auto option, auto value) {
              o.leaf = static_cast<unsigned>(whole(option, value, 1, 1'000'000'000));
          }},
+        {"--slices", [](Options& o, auto option,
+                        auto value) { o.slices = static_cast<unsigned>(whole(option, value, 1, 10'000)); }},
         {"--budget",
          [](Options& o, auto option, auto value) { o.budget = whole(option, value, 0, mostPoints); }},
         {"--min-size",
@@ -189,8 +192,10 @@ a table on standard output. Without a file it tours the cloud that comes with th
 
 Tree
   --tree KIND       nested: every node holds a sample of what is below it, coarse ones are drawn first;
-                    full: all points in the leaves (default: nested)
-  --leaf N          points that a leaf of a full tree may hold (default: 512)
+                    full: all points in the leaves; dynamic: the same, fed with one file after another or
+                    with slices of a single one, and growing as they come (default: nested)
+  --leaf N          points that a leaf of a full or dynamic tree may hold (default: 512)
+  --slices N        parts of a single file for a dynamic tree (default: 10)
 
 Selection
   --budget N        points to draw in a frame; the last node taken may pass it (default: 500000)
@@ -198,10 +203,10 @@ Selection
                     its points would be closer than pixels, else 0)
 
   Nodes are taken from the root down, the one that is largest on the screen first. A nested tree is whole at
-  any budget: where it ends, the picture is coarser. A full tree has its points in the leaves alone, and its
-  inner nodes, which hold none, cost nothing. So where the budget ends or a node is too small, all points of
-  that place are missing, and the picture has a hole there: for a picture without holes give a full tree a
-  budget above the number of points and leave --min-size at 0.
+  any budget: where it ends, the picture is coarser. A full or dynamic tree has its points in the leaves
+  alone, and its inner nodes, which hold none, cost nothing. So where the budget ends or a node is too small,
+  all points of that place are missing, and the picture has a hole there: for a picture without holes give
+  such a tree a budget above the number of points and leave --min-size at 0.
 
 Pictures
   --output FOLDER   where the pictures go (default: tour-pictures)

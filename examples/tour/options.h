@@ -12,7 +12,7 @@
 
 namespace examples {
 
-enum class TreeKind { nested, full };
+enum class TreeKind { nested, full, dynamic };
 /// What the points' colours show; `automatic` takes the first of colours, intensity and height that the
 /// cloud has.
 enum class ColorMode { automatic, rgb, height, intensity, normal, curvature, density };
@@ -31,7 +31,8 @@ struct Options {
     std::filesystem::path output = "tour-pictures";
 
     TreeKind tree = TreeKind::nested;
-    unsigned leaf = 512;             ///< points in a leaf of a full tree
+    unsigned leaf = 512;             ///< points in a leaf of a full or dynamic tree
+    unsigned slices = 10;            ///< parts of a single cloud that a dynamic tree gets in turn
     std::uint64_t budget = 500'000;  ///< points a frame
     std::optional<float> minSize;    ///< pixels; empty: what suits the tree
 

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <stdexcept>
 
 #include <ombrix/io/read_points.h>
+
+#include "console.h"
 
 namespace examples {
 
@@ -33,6 +34,15 @@ bool enclose(ombrix::core::Aabb& box, const PointCloud& cloud, bool started) {
     return started;
 }
 
+ombrix::io::PointFile readWithBar(const std::filesystem::path& path, ombrix::io::ReadOptions& options) {
+    const std::string ending = path.extension().string();
+    // Readers of text count bytes.
+    const bool counted = ending == ".ply" || ending == ".las";
+    Bar bar("reading " + path.filename().string(), counted ? Bar::points : Bar::bytes);
+    options.progress = [&bar](std::uint64_t done, std::uint64_t total) { bar.update(done, total); };
+    return ombrix::io::readPoints(path, options);
+}
+
 }  // namespace
 
 std::uint64_t Scene::size() const {
@@ -56,12 +66,9 @@ Scene readScene(const std::vector<std::filesystem::path>& files) {
         // The first file's frame is the scene's.
         if (!scene.clouds.empty())
             options.shift = scene.shift;
-        ombrix::io::PointFile file = ombrix::io::readPoints(path, options);
+        ombrix::io::PointFile file = readWithBar(path, options);
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-        const auto points = static_cast<double>(file.cloud.size());
-        std::printf("read %s: %.0f points in %.3f s, %.1f million points/s\n",
-                    path.filename().string().c_str(), points, seconds.count(),
-                    points / seconds.count() * 1e-6);
+        printRate("read " + path.filename().string(), file.cloud.size(), seconds.count());
 
         scene.shift = file.shift;
         colored = colored && (file.hasColors || file.cloud.size() == 0);

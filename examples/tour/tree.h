@@ -9,13 +9,11 @@
 
 namespace examples {
 
-/// A tree over a scene and what it took to build it.
-struct Tree {
-    std::shared_ptr<ombrix::core::Octree> octree;
-    double seconds = 0.0;
-};
-
-/// Builds the tree that the options name over all clouds of the scene.
-[[nodiscard]] Tree buildTree(const Scene& scene, const Options& options);
+/// Builds the tree that the options name over all clouds of the scene, and says on standard output what came
+/// of it. The time said is that of the builder, `add` and what finishes the tree.
+///
+/// A dynamic tree gets several files one after another, and a single file in slices along its longer side, so
+/// that its root has to grow.
+[[nodiscard]] std::shared_ptr<ombrix::core::Octree> buildTree(const Scene& scene, const Options& options);
 
 }  // namespace examples
