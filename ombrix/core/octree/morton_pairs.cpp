@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include <ombrix/core/large_pages_detail.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
 
@@ -23,7 +24,9 @@ using Histogram = std::array<std::size_t, DIGITS>;
 /// Storage that is not initialised, unlike an array of std::pair.
 struct Scratch {
     std::unique_ptr<std::byte[]> bytes;
-    explicit Scratch(std::size_t pairs) : bytes(new std::byte[pairs * sizeof(Pair)]) {}
+    explicit Scratch(std::size_t pairs) : bytes(new std::byte[pairs * sizeof(Pair)]) {
+        adviseLargePages(bytes.get(), pairs * sizeof(Pair));
+    }
     [[nodiscard]] Pair* pairs() const { return reinterpret_cast<Pair*>(bytes.get()); }
 };
 

@@ -6,6 +6,7 @@
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
+#include <ombrix/core/large_pages_detail.h>
 #include <ombrix/core/octree/octree_converter.h>
 
 namespace ombrix::core::detail {
@@ -15,6 +16,10 @@ template <class CodeOf>
 [[nodiscard]] OctreeConverter::PairVector mortonPairs(std::uint64_t count, const CodeOf& codeOf) {
     OctreeConverter::PairVector pairs;
     pairs.reserve(count);
+    if (count > 0) {
+        adviseLargePages(&*pairs.grow_by(1), count * sizeof(OctreeConverter::Pair));
+        pairs.clear();
+    }
     // Each task takes the next free block, whichever that is, so that memory is first touched in parallel.
     constexpr std::uint64_t BLOCK = 1u << 14;
     tbb::parallel_for(std::uint64_t{0}, (count + BLOCK - 1) / BLOCK, [&](std::uint64_t block) {

@@ -7,6 +7,8 @@
 #include <iterator>
 #include <vector>
 
+#include <ombrix/core/large_pages_detail.h>
+
 namespace ombrix::core::detail {
 
 /// Iterates over values[index] for a list of indices, so that containers can be filled from it in place.
@@ -50,6 +52,7 @@ void makeRoom(std::vector<T>& values, std::size_t count) {
     const std::size_t needed = values.size() + count;
     if (needed > values.capacity()) {
         values.reserve(values.empty() ? needed : std::max(needed, 2 * values.capacity()));
+        adviseLargePages(values.data() + values.size(), (values.capacity() - values.size()) * sizeof(T));
     }
 }
 
