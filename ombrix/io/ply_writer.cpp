@@ -141,7 +141,10 @@ std::string PlyLayout::freeName(const std::string& wanted, bool vector) {
         if (free) {
             return name;
         }
-        name = "field_" + wanted + (number == 2 ? "" : "_" + std::to_string(number));
+        name = "field_" + wanted;
+        if (number > 2) {
+            name.append("_").append(std::to_string(number));
+        }
     }
 }
 

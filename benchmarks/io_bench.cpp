@@ -1,0 +1,196 @@
+// Reading and writing point files beside plain loops that only move the same bytes. Files are in the page
+// cache: what is measured is the library, not the disk.
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <ombrix/io.h>
+
+#include "benchmarks/support/terrain.h"
+
+namespace {
+
+using ombrix::core::PointCloud;
+using ombrix::core::Vector3d;
+namespace io = ombrix::io;
+
+enum class Form { FLOAT_PLY, DOUBLE_PLY, LAS, ASCII_PLY, TEXT, OBJ };
+
+const Vector3d FAR_AWAY(600000.0, 4900000.0, 0.0);
+
+const PointCloud& cloudOf(std::size_t points) {
+    static std::map<std::size_t, PointCloud> clouds;
+    const auto [it, isNew] = clouds.try_emplace(points);
+    if (isNew) {
+        it->second = ombrix::benchmarks::terrainCloud(points);
+    }
+    return it->second;
+}
+
+/// The files of this run, removed at its end.
+class Folder {
+public:
+    Folder()
+        : path_(std::filesystem::temp_directory_path() / ("ombrix_io_bench_" + std::to_string(::getpid()))) {
+        std::filesystem::create_directories(path_);
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    ~Folder() { std::filesystem::remove_all(path_); }
+
+    [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+const Folder& folder() {
+    static const Folder one;
+    return one;
+}
+
+void appendNumber(std::string& text, auto value) {
+    std::array<char, 32> digits;
+    text.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr);
+    text += ' ';
+}
+
+/// Coordinates in millimetres, then the colour: "600123.456 4900987.654 210.123 100 128 155".
+void writeText(const std::filesystem::path& path, const PointCloud& cloud, Form form) {
+    std::string text;
+    if (form == Form::ASCII_PLY) {
+        text = "ply\nformat ascii 1.0\nelement vertex " + std::to_string(cloud.size()) +
+               "\nproperty double x\nproperty double y\nproperty double z\nproperty uchar red\n"
+               "property uchar green\nproperty uchar blue\nend_header\n";
+    }
+    for (std::size_t i = 0; i < cloud.size(); ++i) {
+        text += form == Form::OBJ ? "v " : "";
+        for (Eigen::Index axis = 0; axis < 3; ++axis) {
+            const double world = static_cast<double>(cloud.positions()[i][axis]) + FAR_AWAY[axis];
+            appendNumber(text, std::round(world * 1000.0) / 1000.0);
+        }
+        for (int c = 0; c < 3 && form != Form::OBJ; ++c) {
+            appendNumber(text, static_cast<int>(cloud.colors()[i].data()[c]));
+        }
+        text.back() = '\n';
+    }
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    std::fwrite(text.data(), 1, text.size(), file);
+    std::fclose(file);
+}
+
+/// A file of that form, made on first use.
+std::filesystem::path fileOf(Form form, std::size_t points) {
+    static const std::map<Form, std::string> endings = {
+        {Form::FLOAT_PLY, "_f.ply"}, {Form::DOUBLE_PLY, "_d.ply"}, {Form::LAS, ".las"},
+        {Form::ASCII_PLY, "_a.ply"}, {Form::TEXT, ".xyz"},         {Form::OBJ, ".obj"}};
+    const std::filesystem::path path = folder() / (std::to_string(points) + endings.at(form));
+    if (!std::filesystem::exists(path)) {
+        const PointCloud& cloud = cloudOf(points);
+        switch (form) {
+            case Form::FLOAT_PLY:
+                io::writePly(path, cloud);
+                break;
+            case Form::DOUBLE_PLY:
+                io::writePly(path, cloud, FAR_AWAY);
+                break;
+            case Form::LAS:
+                io::writeLas(path, cloud, FAR_AWAY);
+                break;
+            default:
+                writeText(path, cloud, form);
+        }
+    }
+    return path;
+}
+
+void setRates(benchmark::State& state, const std::filesystem::path& path) {
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(std::filesystem::file_size(path)));
+}
+
+template <Form form>
+void Read(benchmark::State& state) {
+    const auto path = fileOf(form, static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        const io::PointFile file = io::readPoints(path);
+        benchmark::DoNotOptimize(file.cloud.positions().data());
+    }
+    setRates(state, path);
+}
+
+/// fread of the same file into a fresh buffer: what the bytes alone cost.
+template <Form form>
+void BaselineFread(benchmark::State& state) {
+    const auto path = fileOf(form, static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        std::vector<char> bytes(std::filesystem::file_size(path));
+        std::FILE* file = std::fopen(path.c_str(), "rb");
+        benchmark::DoNotOptimize(std::fread(bytes.data(), 1, bytes.size(), file));
+        std::fclose(file);
+    }
+    setRates(state, path);
+}
+
+template <Form form>
+void Write(benchmark::State& state) {
+    const auto path = folder() / "written";
+    const PointCloud& cloud = cloudOf(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        std::filesystem::remove(path);
+        if (form == Form::LAS) {
+            io::writeLas(path, cloud, FAR_AWAY);
+        } else {
+            io::writePly(path, cloud, form == Form::DOUBLE_PLY ? FAR_AWAY : Vector3d(0, 0, 0));
+        }
+    }
+    setRates(state, path);
+}
+
+/// fwrite of as many bytes as that form takes: what the bytes alone cost.
+template <Form form>
+void BaselineFwrite(benchmark::State& state) {
+    const auto path = folder() / "written";
+    const std::vector<char> bytes(
+        std::filesystem::file_size(fileOf(form, static_cast<std::size_t>(state.range(0)))), 'a');
+    for (auto _ : state) {
+        std::filesystem::remove(path);
+        std::FILE* file = std::fopen(path.c_str(), "wb");
+        std::fwrite(bytes.data(), 1, bytes.size(), file);
+        std::fclose(file);
+    }
+    setRates(state, path);
+}
+
+void sizes(benchmark::internal::Benchmark* bench) {
+    bench->Arg(1'000'000)->Arg(3'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+}  // namespace
+
+BENCHMARK(Read<Form::FLOAT_PLY>)->Apply(sizes)->Arg(10'000'000);
+BENCHMARK(BaselineFread<Form::FLOAT_PLY>)->Apply(sizes)->Arg(10'000'000);
+BENCHMARK(Read<Form::DOUBLE_PLY>)->Apply(sizes);
+BENCHMARK(BaselineFread<Form::DOUBLE_PLY>)->Apply(sizes);
+BENCHMARK(Read<Form::LAS>)->Apply(sizes)->Arg(10'000'000);
+BENCHMARK(BaselineFread<Form::LAS>)->Apply(sizes)->Arg(10'000'000);
+BENCHMARK(Read<Form::ASCII_PLY>)->Apply(sizes);
+BENCHMARK(BaselineFread<Form::ASCII_PLY>)->Apply(sizes);
+BENCHMARK(Read<Form::TEXT>)->Apply(sizes);
+BENCHMARK(BaselineFread<Form::TEXT>)->Apply(sizes);
+BENCHMARK(Read<Form::OBJ>)->Apply(sizes);
+BENCHMARK(BaselineFread<Form::OBJ>)->Apply(sizes);
+BENCHMARK(Write<Form::FLOAT_PLY>)->Apply(sizes);
+BENCHMARK(BaselineFwrite<Form::FLOAT_PLY>)->Apply(sizes);
+BENCHMARK(Write<Form::DOUBLE_PLY>)->Apply(sizes);
+BENCHMARK(BaselineFwrite<Form::DOUBLE_PLY>)->Apply(sizes);
+BENCHMARK(Write<Form::LAS>)->Apply(sizes);
+BENCHMARK(BaselineFwrite<Form::LAS>)->Apply(sizes);
