@@ -1,0 +1,182 @@
+// The growing octree beside the full one, neighbour search in octrees beside the k-d tree, and the grid merge
+// and the Morton-sorted cloud over the same points.
+#include <cstdint>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include <ombrix/core.h>
+
+#include "benchmarks/support/terrain.h"
+
+namespace {
+
+using namespace ombrix::core;
+using ombrix::benchmarks::terrainCloud;
+
+constexpr unsigned int CAPACITY = 128;
+constexpr float EDGE = 1000.0f;
+constexpr std::size_t SLICES = 10;
+
+const PointCloud& cloudOf(std::int64_t n) {
+    static PointCloud cloud;
+    if (cloud.size() != static_cast<std::uint64_t>(n)) {
+        cloud = terrainCloud(static_cast<std::size_t>(n));
+    }
+    return cloud;
+}
+
+/// The terrain in ten clouds: consecutive points, which lie all over it, or strips along x.
+std::vector<PointCloud> slicesOf(const PointCloud& cloud, bool strips) {
+    std::vector<std::vector<std::uint64_t>> indices(SLICES);
+    for (std::uint64_t i = 0; i < cloud.size(); ++i) {
+        const std::size_t strip = static_cast<std::size_t>(cloud.positions()[i].x() / EDGE * SLICES);
+        indices[strips ? std::min(strip, SLICES - 1) : i * SLICES / cloud.size()].push_back(i);
+    }
+    std::vector<PointCloud> slices(SLICES);
+    for (std::size_t s = 0; s < SLICES; ++s) {
+        slices[s].push_back(cloud, indices[s], false);
+    }
+    return slices;
+}
+
+void FullOctreeOfTheWhole(benchmark::State& state) {
+    const PointCloud& cloud = cloudOf(state.range(0));
+    for (auto _ : state) {
+        FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
+        Octree octree;
+        factory.add(cloud);
+        factory(octree);
+        benchmark::DoNotOptimize(octree.keyCount());
+        state.PauseTiming();
+        octree = Octree();
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void DynamicOctreeOfTenSlices(benchmark::State& state) {
+    const std::vector<PointCloud> slices = slicesOf(cloudOf(state.range(0)), state.range(2) != 0);
+    for (auto _ : state) {
+        DynamicOctreeFactory factory(static_cast<std::uint64_t>(state.range(1)));
+        for (const PointCloud& slice : slices) {
+            factory.add(slice);
+        }
+        factory.factory();
+        benchmark::DoNotOptimize(factory.octree());
+        state.PauseTiming();
+        state.counters["nodes"] = static_cast<double>(factory.octree()->keyCount());
+        state.counters["dropped"] = static_cast<double>(factory.droppedPoints());
+        factory = DynamicOctreeFactory();
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+constexpr std::size_t QUERIES = 100'000;
+constexpr unsigned int NEIGHBOURS = 16;
+
+/// Every n-th point, moved off the surface a little.
+std::vector<Vector3f> queriesOf(const PointCloud& cloud) {
+    std::vector<Vector3f> queries;
+    for (std::size_t q = 0; q < QUERIES; ++q) {
+        queries.push_back(cloud.positions()[q * cloud.size() / QUERIES] + Vector3f(0.1f, 0.1f, 0.1f));
+    }
+    return queries;
+}
+
+void KnnOfKDTree(benchmark::State& state) {
+    const PointCloud& cloud = cloudOf(state.range(0));
+    const std::vector<Vector3f> queries = queriesOf(cloud);
+    const KDTree tree(cloud);
+    std::vector<std::size_t> indices;
+    std::vector<float> sqDists;
+    for (auto _ : state) {
+        for (const Vector3f& query : queries) {
+            benchmark::DoNotOptimize(tree.knnSearch(query, NEIGHBOURS, indices, sqDists));
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(QUERIES));
+}
+
+void searchAll(benchmark::State& state, Octree& octree, const std::vector<Vector3f>& queries) {
+    const kNNSearch search(octree);
+    std::vector<Point> found;
+    for (auto _ : state) {
+        for (const Vector3f& query : queries) {
+            benchmark::DoNotOptimize(search.search(query, -1, NEIGHBOURS, found));
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(queries.size()));
+}
+
+void KnnInFullOctree(benchmark::State& state) {
+    const PointCloud& cloud = cloudOf(state.range(0));
+    FullOctreeFactory factory(Vector3f::Zero(), EDGE, static_cast<unsigned int>(state.range(1)));
+    Octree octree;
+    factory.add(cloud);
+    factory(octree);
+    searchAll(state, octree, queriesOf(cloud));
+}
+
+void KnnInNestedOctree(benchmark::State& state) {
+    const PointCloud& cloud = cloudOf(state.range(0));
+    NestedOctreeFactory factory(Vector3f::Zero(), EDGE);
+    Octree octree;
+    factory.add(cloud);
+    factory(octree);
+    std::vector<Vector3f> queries = queriesOf(cloud);
+    queries.resize(1000);
+    searchAll(state, octree, queries);
+}
+
+void MortonSortedCloud(benchmark::State& state) {
+    const PointCloud& cloud = cloudOf(state.range(0));
+    for (auto _ : state) {
+        const PointCloudMorton sorted(cloud, Vector3f::Zero(), EDGE);
+        benchmark::DoNotOptimize(sorted.codes().data());
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+/// Cells of a metre: ten points a cell; with all of adding and merging.
+void MergeTenSlices(benchmark::State& state) {
+    const std::vector<PointCloud> slices = slicesOf(cloudOf(state.range(0)), false);
+    PointCloud out;
+    for (auto _ : state) {
+        Merge merge(1.0f);
+        merge.setAveraging(state.range(1) != 0);
+        for (const PointCloud& slice : slices) {
+            merge.add(slice, Vector3d::Zero());
+        }
+        merge.result(out);
+    }
+    state.counters["cells"] = static_cast<double>(out.size());
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK(FullOctreeOfTheWhole)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(DynamicOctreeOfTenSlices)
+    ->ArgNames({"points", "maxPoints", "strips"})
+    ->Args({10'000'000, CAPACITY, 0})
+    ->Args({10'000'000, CAPACITY, 1})
+    ->Args({10'000'000, 65536, 0})
+    ->Args({10'000'000, 65536, 1})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(KnnOfKDTree)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(KnnInFullOctree)
+    ->ArgNames({"points", "capacity"})
+    ->Args({10'000'000, 32})
+    ->Args({10'000'000, CAPACITY})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(KnnInNestedOctree)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(MortonSortedCloud)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(MergeTenSlices)
+    ->ArgNames({"points", "average"})
+    ->Args({10'000'000, 0})
+    ->Args({10'000'000, 1})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+}  // namespace
