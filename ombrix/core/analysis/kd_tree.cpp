@@ -13,6 +13,21 @@ struct ByIndex {
     std::size_t operator()(std::size_t index) const noexcept { return index; }
 };
 
+/// Ascending by distance, then by index. Ties are rare: ordering them afterwards keeps the comparison short.
+void sortByDistance(std::vector<std::pair<std::size_t, float>>& found) {
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
+    for (auto first = found.begin(); first != found.end();) {
+        auto last = first + 1;
+        while (last != found.end() && last->second == first->second) {
+            ++last;
+        }
+        if (last - first > 1) {
+            std::sort(first, last);
+        }
+        first = last;
+    }
+}
+
 }  // namespace
 
 struct KDTree::Impl {
@@ -76,9 +91,7 @@ void KDTree::radiusSearch(const Vector3f& q, float radius, std::vector<std::pair
     detail::RadiusResult result(radius * radius, append);
     index().index.search(q, result);
     if (sorted) {
-        std::sort(out.begin(), out.end(), [](const auto& a, const auto& b) {
-            return a.second != b.second ? a.second < b.second : a.first < b.first;
-        });
+        sortByDistance(out);
     }
 }
 

@@ -1,6 +1,7 @@
 #include <cmath>
 #include <functional>
-#include <numbers>
+#include <numeric>
+#include <tuple>
 
 #include <gtest/gtest.h>
 #include <tbb/global_control.h>
@@ -44,33 +45,27 @@ Points patch(float r, const std::function<float(float, float)>& z, const Eigen::
 // r^4 ((a² + b²) / 64 - ab / 96) and along each tangent axis by r² / 4.
 TEST(NormalEstimator, PatchesHaveTheNormalAndVariationOfTheirSurface) {
     constexpr float R = 0.2f;
-    struct Case {
-        const char* name;
-        std::function<float(float, float)> z;
-        double a;
-        double b;
-    };
-    const Case cases[] = {
-        {"plane", [](float, float) { return 0.0f; }, 0.0, 0.0},
-        {"sphere", [](float x, float y) { return 1.0f - std::sqrt(1.0f - x * x - y * y); }, 1.0, 1.0},
-        {"cylinder", [](float x, float) { return 1.0f - std::sqrt(1.0f - x * x); }, 1.0, 0.0},
-        {"saddle", [](float x, float y) { return (x * x - y * y) / 2.0f; }, 1.0, -1.0}};
+    const std::tuple<const char*, double, double, std::function<float(float, float)>> cases[] = {
+        {"plane", 0.0, 0.0, [](float, float) { return 0.0f; }},
+        {"sphere", 1.0, 1.0, [](float x, float y) { return 1.0f - std::sqrt(1.0f - x * x - y * y); }},
+        {"cylinder", 1.0, 0.0, [](float x, float) { return 1.0f - std::sqrt(1.0f - x * x); }},
+        {"saddle", 1.0, -1.0, [](float x, float y) { return (x * x - y * y) / 2.0f; }}};
     const Eigen::Matrix3f rotation =
         Eigen::AngleAxisf(0.7f, Vector3f(1.0f, 2.0f, -0.5f).normalized()).toRotationMatrix();
-    for (const Case& c : cases) {
-        const Points points = patch(R, c.z, rotation);
+    for (const auto& [name, a, b, z] : cases) {
+        const Points points = patch(R, z, rotation);
         PCA pca;
         pca.compute(points);
-        const double height = std::pow(R, 4) * ((c.a * c.a + c.b * c.b) / 64.0 - c.a * c.b / 96.0);
+        const double height = std::pow(R, 4) * ((a * a + b * b) / 64.0 - a * b / 96.0);
         const double expected = height / (height + R * R / 2.0);
-        EXPECT_NEAR(pca.curvature(), expected, 0.03 * expected + 1e-6) << c.name;
+        EXPECT_NEAR(pca.curvature(), expected, 0.03 * expected + 1e-6) << name;
 
         std::vector<std::size_t> indices(points.size());
         std::iota(indices.begin(), indices.end(), std::size_t{0});
         const Vector3f normal = NormalEstimator::compute(points, indices);
-        EXPECT_GT(std::abs(normal.dot(rotation.col(2))), 0.9999f) << c.name;
+        EXPECT_GT(std::abs(normal.dot(rotation.col(2))), 0.9999f) << name;
         pca.sort();
-        EXPECT_EQ(normal, -pca.eigenVector(0)) << c.name;
+        EXPECT_EQ(normal, -pca.eigenVector(0)) << name;
     }
 }
 
