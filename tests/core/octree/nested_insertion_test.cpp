@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(
                     NamedCloud{"rough", numbered(roughPoints(MANY, EDGE))},
                     NamedCloud{"clustered", numbered(ombrix::test::clusteredPoints(200'000, EDGE))},
                     NamedCloud{"equal", numbered(Positions(66'000, Vector3f(EDGE, 0.0f, EDGE / 3)))}),
-    [](const auto& named) { return named.param.name; });
+    [](const auto& tested) { return tested.param.name; });
 
 TEST(NestedInsertionThreshold, TheLastPointOfABucketMakesItAGrid) {
     const Positions positions = ombrix::test::uniformPoints(65536, EDGE);
