@@ -16,7 +16,6 @@ namespace {
 
 using namespace ombrix::core;
 using ombrix::test::expectSameTree;
-using ombrix::test::NamedCloud;
 using ombrix::test::NestedReference;
 using ombrix::test::numbered;
 using Positions = std::vector<Vector3f>;
@@ -72,13 +71,21 @@ protected:
     }
 };
 
-class NestedInsertion : public testing::TestWithParam<ombrix::test::NamedCloud> {
+/// Positions that are made only when a test on them runs: every test is a process of its own.
+struct Kind {
+    const char* name;
+    Positions (*make)();
+    friend std::ostream& operator<<(std::ostream& out, const Kind& kind) { return out << kind.name; }
+};
+
+class NestedInsertion : public testing::TestWithParam<Kind> {
 protected:
-    const PointCloud& cloud() const { return GetParam().cloud; }
+    const PointCloud& cloud() const { return cloud_; }
     const NestedReference& reference() const { return reference_; }
 
 private:
-    const NestedReference reference_ = NestedReference(cloud().positions(), EDGE).insertAll();
+    const PointCloud cloud_ = numbered(GetParam().make());
+    const NestedReference reference_ = NestedReference(cloud_.positions(), EDGE).insertAll();
 };
 
 TEST_P(NestedInsertion, BuildsTheTreeOfTheRule) {
@@ -118,10 +125,10 @@ TEST_P(NestedInsertion, ShowsEveryStepToADerivedBuilder) {
 
 INSTANTIATE_TEST_SUITE_P(
     Clouds, NestedInsertion,
-    testing::Values(NamedCloud{"lattice", numbered(latticePoints(MANY, EDGE))},
-                    NamedCloud{"rough", numbered(roughPoints(MANY, EDGE))},
-                    NamedCloud{"clustered", numbered(ombrix::test::clusteredPoints(200'000, EDGE))},
-                    NamedCloud{"equal", numbered(Positions(66'000, Vector3f(EDGE, 0.0f, EDGE / 3)))}),
+    testing::Values(Kind{"lattice", [] { return latticePoints(MANY, EDGE); }},
+                    Kind{"rough", [] { return roughPoints(MANY, EDGE); }},
+                    Kind{"clustered", [] { return ombrix::test::clusteredPoints(200'000, EDGE); }},
+                    Kind{"equal", [] { return Positions(66'000, Vector3f(EDGE, 0.0f, EDGE / 3)); }}),
     [](const auto& tested) { return tested.param.name; });
 
 TEST(NestedInsertionThreshold, TheLastPointOfABucketMakesItAGrid) {
