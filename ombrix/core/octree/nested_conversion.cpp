@@ -70,14 +70,12 @@ void NestedOctreeFactory::factory(Octree& out) {
         target.size = source.pointCount;
 
         order.clear();
-        if (source.expanded) {
-            for (const auto& [cell, p] : source.grid) {
-                order.add(p);
-            }
-        } else {
-            for (const Point& p : source.points) {
-                order.add(p);
-            }
+        // One of the two is empty, unless add_node changed what the node is
+        for (const auto& [cell, p] : source.grid) {
+            order.add(p);
+        }
+        for (const Point& p : source.points) {
+            order.add(p);
         }
         if (order.size() > 0) {
             order.sort();
@@ -85,7 +83,7 @@ void NestedOctreeFactory::factory(Octree& out) {
                 target.pc = std::make_shared<PointCloud>();
             }
             append(*target.pc, order);
-            if (!source.expanded) {
+            if (source.grid.empty()) {
                 sorted.clear();
                 for (std::size_t i = 0; i < order.size(); ++i) {
                     sorted.push_back(order[i]);
