@@ -76,8 +76,6 @@ private:
     };
     struct Builder;
 
-    static double squaredLeastDistance(const Node& node, const core::Vector3d& p);
-
     const TriMesh* mesh_;
     std::vector<Node> nodes_;
     std::vector<std::uint32_t> order_;  ///< face indices, leaf by leaf

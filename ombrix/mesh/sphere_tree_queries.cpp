@@ -49,6 +49,37 @@ struct Waiting {
     double bound;
 };
 
+/// A lower bound of the squared distance from p to the corners and faces below a node: the squared distance
+/// to the cylinder around the mean normal that holds the sphere's part of the slab. Computed only as far as
+/// it takes to pass `limit`.
+template <class Node>
+double squaredLeastDistance(const Node& node, const Vector3d& p, double limit) {
+    const Vector3d d = p - node.sphere.center.template cast<double>();
+    const Vector3d normal = node.normal.template cast<double>();
+    // 1 / |n| = 1.5 - |n|^2 / 2 up to the square of the rounding of n.
+    const double along = normal.dot(d) * (1.5 - 0.5 * normal.squaredNorm());
+    const double low = node.low, high = node.high, radius = node.sphere.radius;
+    const double gap = std::max({low - along, along - high, 0.0});
+    double bound = gap * gap;
+    const double squaredAcross = d.squaredNorm() - along * along;
+    if (squaredAcross > radius * radius && bound <= limit) {
+        const double across = std::sqrt(squaredAcross) - radius;
+        bound += across * across;
+    }
+    return bound * (1 - 1e-12);
+}
+
+/// Asks for memory that is read soon: most of a query's time is waiting for nodes and corners.
+template <class T>
+void prefetch([[maybe_unused]] const T* first, [[maybe_unused]] std::size_t count) {
+#if defined(__GNUC__)
+    constexpr std::size_t LINE = 64;
+    for (std::size_t byte = 0; byte < count * sizeof(T); byte += LINE) {
+        __builtin_prefetch(reinterpret_cast<const char*>(first) + byte);
+    }
+#endif
+}
+
 /// Where a ray enters a sphere, in lengths of its direction, 0 inside; infinite when it misses.
 double entry(const SphereTree::Sphere& sphere, const Vector3d& origin, const Vector3d& direction,
              double squaredLength) {
@@ -66,21 +97,6 @@ double entry(const SphereTree::Sphere& sphere, const Vector3d& origin, const Vec
 
 }  // namespace
 
-/// A lower bound of the squared distance from p to the corners and faces below a node: the squared distance
-/// to the cylinder around the mean normal that holds the sphere's part of the slab.
-double SphereTree::squaredLeastDistance(const Node& node, const Vector3d& p) {
-    const Vector3d d = p - node.sphere.center.cast<double>();
-    const Vector3d normal = node.normal.cast<double>();
-    // 1 / |n| = 1.5 - |n|^2 / 2 up to the square of the rounding of n.
-    const double along = normal.dot(d) * (1.5 - 0.5 * normal.squaredNorm());
-    const double gap =
-        std::max({static_cast<double>(node.low) - along, along - static_cast<double>(node.high), 0.0});
-    const double radius = node.sphere.radius;
-    const double squaredAcross = d.squaredNorm() - along * along;
-    const double across = squaredAcross > radius * radius ? std::sqrt(squaredAcross) - radius : 0;
-    return (gap * gap + across * across) * (1 - 1e-12);
-}
-
 std::optional<SphereTree::ClosestPoint> SphereTree::closestPoint(const Vector3f& p) const {
     if (nodes_.empty() || !p.allFinite()) {
         return std::nullopt;
@@ -91,7 +107,7 @@ std::optional<SphereTree::ClosestPoint> SphereTree::closestPoint(const Vector3f&
     Vector3d bestOffset = Vector3d::Zero();
 
     Stack<Waiting> stack;
-    stack.push({0, squaredLeastDistance(nodes_[0], query)});
+    stack.push({0, 0});
     while (!stack.empty()) {
         const Waiting top = stack.pop();
         if (top.bound > bestSquared) {
@@ -99,19 +115,24 @@ std::optional<SphereTree::ClosestPoint> SphereTree::closestPoint(const Vector3f&
         }
         const Node& node = nodes_[top.node];
         if (node.count == 0) {
-            // The child with the nearer centre first: its faces are the better guess where bounds overlap.
-            const Vector3d apart = (nodes_[node.link + 1].sphere.center - nodes_[node.link].sphere.center).cast<double>();
-            const Vector3d middle = (nodes_[node.link + 1].sphere.center + nodes_[node.link].sphere.center).cast<double>();
-            const std::uint32_t nearer = node.link + (apart.dot(2*query - middle) > 0 ? 1 : 0);
-            const std::uint32_t farther = 2 * node.link + 1 - nearer;
-            for (std::uint32_t c : {nearer, farther}) {
-                const Node& child = nodes_[c];
-                const char* at = child.count == 0 ? (const char*)&nodes_[child.link] : (const char*)&corners_[child.link];
-                const int lines = child.count == 0 ? 2 : 5;
-                for (int l = 0; l < lines; ++l) __builtin_prefetch(at + 64 * l);
+            const Node* children = &nodes_[node.link];
+            for (const Node* child : {children, children + 1}) {
+                if (child->count == 0) {
+                    prefetch(&nodes_[child->link], 2);
+                } else {
+                    prefetch(&corners_[child->link], child->count);
+                }
             }
-            stack.push({farther, squaredLeastDistance(nodes_[farther], query)});
-            stack.push({nearer, squaredLeastDistance(nodes_[nearer], query)});
+            // The child with the nearer centre first: its faces are the better guess where bounds overlap.
+            const Vector3d c0 = children[0].sphere.center.cast<double>();
+            const Vector3d c1 = children[1].sphere.center.cast<double>();
+            const std::uint32_t nearer = (c1 - query).squaredNorm() < (c0 - query).squaredNorm() ? 1 : 0;
+            for (const std::uint32_t child : {1 - nearer, nearer}) {
+                const double bound = squaredLeastDistance(children[child], query, bestSquared);
+                if (bound <= bestSquared) {
+                    stack.push({node.link + child, bound});
+                }
+            }
             continue;
         }
         for (std::uint32_t i = node.link; i < node.link + node.count; ++i) {
@@ -188,7 +209,7 @@ void SphereTree::overlappingFaces(const Vector3f& center, float radius,
     while (!stack.empty()) {
         const std::uint32_t index = stack.pop();
         const Node& node = nodes_[index];
-        if (squaredLeastDistance(node, query) > reach * reach) {
+        if (squaredLeastDistance(node, query, reach * reach) > reach * reach) {
             continue;
         }
         if (node.count == 0) {
