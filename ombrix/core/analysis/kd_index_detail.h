@@ -171,9 +171,9 @@ public:
                 }
             }
         }
-        dataset_.coordinates = finite.empty() ? points.data() : finite.data();
+        dataset_.read = finite.empty() ? &points : &finite;
         tree_.buildIndex();
-        dataset_.coordinates = points.data();
+        dataset_.read = &points;
     }
 
     template <class Result>
@@ -195,11 +195,11 @@ public:
 private:
     struct Dataset {
         const std::vector<Vector3f>& points;
-        const Vector3f* coordinates = nullptr;
+        const std::vector<Vector3f>* read = nullptr;  ///< not its data: the caller's vector may grow
 
         [[nodiscard]] std::size_t kdtree_get_point_count() const { return points.size(); }
         [[nodiscard]] float kdtree_get_pt(std::size_t i, std::size_t dim) const {
-            return coordinates[i].data()[dim];
+            return (*read)[i].data()[dim];
         }
         template <class Box>
         bool kdtree_get_bbox(Box&) const {
