@@ -146,7 +146,9 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
         detail::sortByCode(pairs);
         sorted.indices.reserve(pairs.size());
         sorted.codes.reserve(pairs.size());
-        for (const auto& [index, code] : pairs) {
+        const OctreeConverter::Pair* pair = detail::contiguousPairs(pairs);
+        for (std::size_t i = 0; i < pairs.size(); ++i) {
+            const auto& [index, code] = pair != nullptr ? pair[i] : pairs[i];
             if (onePerCode && !sorted.codes.empty() && sorted.codes.back() == code) {
                 ++droppedPoints_;
             } else {
@@ -197,6 +199,7 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
         run.node->size = target.size();
         if (mustSplit(*run.node)) {
             run.split = detail::splitLeaf(*octree_, run.node->key, target, maxPoints_, DEEPEST_LEAF);
+            run.node->pc = run.split.front().cloud;  // frees the points here, not one leaf after another
         }
     });
 
