@@ -2,20 +2,11 @@
 #include <limits>
 
 #include <ombrix/core/octree/morton.h>
+#include <ombrix/core/octree/node_frame_detail.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/octree/octree_factory.h>
 
 namespace ombrix::core {
-namespace {
-
-constexpr std::uint8_t NODE_RELATIVE = 8;
-
-/// What has to be added to a node's positions to make them relative to the tree's origin.
-Vector3f positionOffset(const Octree& octree, const Octree::Node& node) {
-    return (node.flags & NODE_RELATIVE) != 0 ? octree.node_origin(node) : Vector3f::Zero().eval();
-}
-
-}  // namespace
 
 void Octree::extractPointCloud(std::uint64_t key, unsigned int depth, PointCloud& out) {
     for (const std::uint64_t k : branch(key, depth)) {
@@ -37,7 +28,7 @@ void Octree::extractUpperPointCloud(std::uint64_t key, PointCloud& out) {
         if (!cloud) {
             continue;
         }
-        const Vector3f offset = positionOffset(*this, ancestor->second);
+        const Vector3f offset = detail::positionOffset(*this, ancestor->second);
         inside.clear();
         for (std::uint64_t i = 0; i < cloud->size(); ++i) {
             const Vector3d p = (cloud->positions()[i] + offset).cast<double>();
@@ -63,7 +54,7 @@ Octree::Box Octree::pointBox() {
     };
     for (const auto& [key, node] : nodes_) {
         if (node.pc) {
-            const Vector3f offset = positionOffset(*this, node);
+            const Vector3f offset = detail::positionOffset(*this, node);
             for (const Vector3f& p : node.pc->positions()) {
                 enclose(p + offset);
             }
