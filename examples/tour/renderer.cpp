@@ -45,15 +45,15 @@ struct Projection {
 /// Draws with the spacing of the finest selected node below selection[index] that contains a point.
 class Detail {
 public:
-    Detail(const Octree& tree, const Spacings& spacings, const std::vector<Visibility::HNode>& selection)
-        : tree_(&tree), selection_(&selection), spacings_(selection.size()) {
-        for (std::size_t i = 0; i < selection.size(); ++i)
-            spacings_[i] = spacings(selection[i].key);
+    Detail(const Spacings& spacings, const std::vector<Visibility::HNode>& selection)
+        : selection_(&selection) {
+        for (const auto& node : selection)
+            spacings_.push_back(&spacings.of(node.key));
     }
 
     [[nodiscard]] float spacingAt(std::size_t index, Octree::Aabb box, const Vector3f& p) const {
         const auto& nodes = *selection_;
-        float spacing = spacings_[index];
+        float spacing = spacings_[index]->at(box, p);
         while (nodes[index].childMask != 0) {
             const unsigned octant = (p.x() >= box.center.x() ? 4u : 0u) |
                                     (p.y() >= box.center.y() ? 2u : 0u) | (p.z() >= box.center.z() ? 1u : 0u);
@@ -66,16 +66,15 @@ public:
             box.center += Vector3f((octant & 4) != 0 ? box.radius : -box.radius,
                                    (octant & 2) != 0 ? box.radius : -box.radius,
                                    (octant & 1) != 0 ? box.radius : -box.radius);
-            if (spacings_[index] > 0.0f)
-                spacing = spacings_[index];
+            if (spacings_[index]->typical > 0.0f)
+                spacing = spacings_[index]->at(box, p);
         }
         return spacing;
     }
 
 private:
-    const Octree* tree_;
     const std::vector<Visibility::HNode>* selection_;
-    std::vector<float> spacings_;
+    std::vector<const Spacings::Local*> spacings_;
 };
 
 }  // namespace
@@ -83,7 +82,7 @@ private:
 Image draw(const Octree& tree, const Spacings& spacings, const std::vector<Visibility::HNode>& selection,
            const View& view, const Lens& lens, const Painter& painter, const Style& style) {
     const Projection projection(view, lens);
-    const Detail detail(tree, spacings, selection);
+    const Detail detail(spacings, selection);
     const float nearest = 1e-3f * tree.extend();
     const float largest = LARGEST * projection.height;
 
