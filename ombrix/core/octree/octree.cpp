@@ -57,6 +57,12 @@ void Octree::setScalarFieldMinMax(float min, float max) {
     scalarMax_ = max;
 }
 
+void Octree::copyBox(const Octree& other) {
+    origin_ = other.origin_;
+    top_ = other.top_;
+    extend_ = other.extend_;
+}
+
 const Octree::Node& Octree::node(std::uint64_t key) const {
     return detail::checkedLookup(nodes_, key);
 }

@@ -163,6 +163,8 @@ public:
     [[nodiscard]] float scalarfieldMin() const { return scalarMin_; }
     [[nodiscard]] float scalarfieldMax() const { return scalarMax_; }
     void setScalarFieldMinMax(float min, float max);
+    /// Takes the root box of another tree as it is; the edge is not derived again, which could round it.
+    void copyBox(const Octree& other);
 
     [[nodiscard]] Octree& get() { return *this; }
     [[nodiscard]] const Octree& get() const { return *this; }

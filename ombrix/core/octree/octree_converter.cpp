@@ -86,12 +86,10 @@ void appendAncestors(PointCloud& out, Octree& octree, std::uint64_t key, bool po
     }
 }
 
-/// Makes an empty tree with the box and type of another; the two may be the same.
+/// Makes an empty tree of a type with the box of another; the two may be the same.
 void startOver(Octree& octree, const Octree& like, Octree::OctreeType type) {
-    const Vector3f origin = like.origin();
-    const Vector3f top = like.top();
     octree.nodes().clear();
-    octree.setOriginTop(origin, top);
+    octree.copyBox(like);
     octree.type() = type;
 }
 

@@ -85,6 +85,22 @@ TEST(OctreeConverter, GoesFromFullToNestedAndBack) {
     EXPECT_EQ(same.node(same.first_leaf()).pc->fields().size(), 0u);
 }
 
+TEST(OctreeConverter, TakesBoxesOverToTheBit) {
+    // At this origin, top - origin is not the edge any more.
+    NestedOctreeFactory factory(Vector3f(515368.6f, 4918340.5f, 2322.9f), 40.3f);
+    factory.add(numberedCloud(100, 0.0f, 40.0f, 3), factory.origin().cast<double>());
+    Octree nested;
+    factory(nested);
+    ASSERT_NE(nested.extend(), (nested.top() - nested.origin()).maxCoeff());
+    Octree full;
+    Octree partial;
+    OctreeConverter::nestedOctree2FullOctree(nested, -1, 10, full, false);
+    OctreeConverter::nestedOctreeNode2PartialFullOctree(nested, 1, full, 10, partial, false);
+    EXPECT_EQ(full.extend(), 40.3f);
+    EXPECT_EQ(partial.extend(), 40.3f);
+    EXPECT_EQ(partial.size(), 100u);
+}
+
 TEST(OctreeConverter, TakesTheLevelsOfANestedTreeDownToADepth) {
     Octree nested = nestedTree(denseCloud());
     for (const unsigned int depth : {0u, 1u, 2u, 3u, 30u}) {
