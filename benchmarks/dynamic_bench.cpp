@@ -12,19 +12,11 @@
 namespace {
 
 using namespace ombrix::core;
-using ombrix::benchmarks::terrainCloud;
+using ombrix::benchmarks::keptTerrainCloud;
 
 constexpr unsigned int CAPACITY = 128;
 constexpr float EDGE = 1000.0f;
 constexpr std::size_t SLICES = 10;
-
-const PointCloud& cloudOf(std::int64_t n) {
-    static PointCloud cloud;
-    if (cloud.size() != static_cast<std::uint64_t>(n)) {
-        cloud = terrainCloud(static_cast<std::size_t>(n));
-    }
-    return cloud;
-}
 
 /// The terrain in ten clouds: consecutive points, which lie all over it, or strips along x.
 std::vector<PointCloud> slicesOf(const PointCloud& cloud, bool strips) {
@@ -41,7 +33,7 @@ std::vector<PointCloud> slicesOf(const PointCloud& cloud, bool strips) {
 }
 
 void FullOctreeOfTheWhole(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = keptTerrainCloud(state.range(0));
     for (auto _ : state) {
         FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
         Octree octree;
@@ -56,7 +48,7 @@ void FullOctreeOfTheWhole(benchmark::State& state) {
 }
 
 void DynamicOctreeOfTenSlices(benchmark::State& state) {
-    const std::vector<PointCloud> slices = slicesOf(cloudOf(state.range(0)), state.range(2) != 0);
+    const std::vector<PointCloud> slices = slicesOf(keptTerrainCloud(state.range(0)), state.range(2) != 0);
     for (auto _ : state) {
         DynamicOctreeFactory factory(static_cast<std::uint64_t>(state.range(1)));
         for (const PointCloud& slice : slices) {
@@ -86,7 +78,7 @@ std::vector<Vector3f> queriesOf(const PointCloud& cloud) {
 }
 
 void KnnOfKDTree(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = keptTerrainCloud(state.range(0));
     const std::vector<Vector3f> queries = queriesOf(cloud);
     const KDTree tree(cloud);
     std::vector<std::size_t> indices;
@@ -111,7 +103,7 @@ void searchAll(benchmark::State& state, Octree& octree, const std::vector<Vector
 }
 
 void KnnInFullOctree(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = keptTerrainCloud(state.range(0));
     FullOctreeFactory factory(Vector3f::Zero(), EDGE, static_cast<unsigned int>(state.range(1)));
     Octree octree;
     factory.add(cloud);
@@ -120,7 +112,7 @@ void KnnInFullOctree(benchmark::State& state) {
 }
 
 void KnnInNestedOctree(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = keptTerrainCloud(state.range(0));
     NestedOctreeFactory factory(Vector3f::Zero(), EDGE);
     Octree octree;
     factory.add(cloud);
@@ -131,7 +123,7 @@ void KnnInNestedOctree(benchmark::State& state) {
 }
 
 void MortonSortedCloud(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = keptTerrainCloud(state.range(0));
     for (auto _ : state) {
         const PointCloudMorton sorted(cloud, Vector3f::Zero(), EDGE);
         benchmark::DoNotOptimize(sorted.codes().data());
@@ -141,7 +133,7 @@ void MortonSortedCloud(benchmark::State& state) {
 
 /// Cells of a metre: ten points a cell; with all of adding and merging.
 void MergeTenSlices(benchmark::State& state) {
-    const std::vector<PointCloud> slices = slicesOf(cloudOf(state.range(0)), false);
+    const std::vector<PointCloud> slices = slicesOf(keptTerrainCloud(state.range(0)), false);
     PointCloud out;
     for (auto _ : state) {
         Merge merge(1.0f);

@@ -1,56 +1,23 @@
 // The nested octree on one thread: add and hand over together, beside a sort of the same points' codes.
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
-#include <string>
 #include <utility>
 #include <vector>
-
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 
 #include <benchmark/benchmark.h>
 #include <tbb/global_control.h>
 
 #include <ombrix/core.h>
 
+#include "benchmarks/support/peak_memory.h"
 #include "benchmarks/support/terrain.h"
 
 namespace {
 
 using namespace ombrix::core;
-using ombrix::benchmarks::terrainCloud;
+using ombrix::benchmarks::PeakMemory;
 
 constexpr float EDGE = 1000.0f;
-
-const PointCloud& cloudOf(std::int64_t n) {
-    static PointCloud cloud;
-    if (cloud.size() != static_cast<std::uint64_t>(n)) {
-        cloud = terrainCloud(static_cast<std::size_t>(n));
-    }
-    return cloud;
-}
-
-/// Gives freed memory back, so that the next peak shows what one build takes.
-void trimMemory() {
-#if defined(__GLIBC__)
-    malloc_trim(0);
-#endif
-}
-
-/// A line of /proc/self/status in bytes; 0 where there is none.
-double statusBytes(const std::string& name) {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        if (word == name) {
-            double kilobytes = 0;
-            status >> kilobytes;
-            return kilobytes * 1024;
-        }
-    }
-    return 0;
-}
 
 class SortedBuilder : public NestedOctreeFactory {
 public:
@@ -75,13 +42,11 @@ protected:
 template <class Builder, class Insert>
 void build(benchmark::State& state, const Insert& insert) {
     const tbb::global_control oneThread(tbb::global_control::max_allowed_parallelism, 1);
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = ombrix::benchmarks::keptTerrainCloud(state.range(0));
     double peak = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        trimMemory();
-        std::ofstream("/proc/self/clear_refs") << 5;  // forgets the peak so far
-        const double before = statusBytes("VmRSS:");
+        const PeakMemory memory;
         {
             state.ResumeTiming();
             Builder builder(Vector3f::Zero(), EDGE);
@@ -89,7 +54,7 @@ void build(benchmark::State& state, const Insert& insert) {
             insert(builder, cloud);
             builder(octree);
             state.PauseTiming();
-            peak = std::max(peak, statusBytes("VmHWM:") - before);
+            peak = std::max(peak, memory.bytes());
         }
         state.ResumeTiming();
     }
@@ -111,7 +76,7 @@ void NestedBuildSorted(benchmark::State& state) {
 
 /// The yardstick.
 void SortOfCodeIndexPairs(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = ombrix::benchmarks::keptTerrainCloud(state.range(0));
     std::vector<std::pair<std::uint64_t, std::uint64_t>> unsorted(cloud.size());
     for (std::uint64_t i = 0; i < cloud.size(); ++i) {
         unsorted[i] = {OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), EDGE).key, i};

@@ -8,41 +8,43 @@
 
 #include <ombrix/core.h>
 
+#include "benchmarks/support/peak_memory.h"
 #include "benchmarks/support/terrain.h"
 
 namespace {
 
 using namespace ombrix::core;
-using ombrix::benchmarks::terrainCloud;
+using ombrix::benchmarks::keptTerrainCloud;
+using ombrix::benchmarks::PeakMemory;
 
 constexpr unsigned int CAPACITY = 128;
 constexpr float EDGE = 1000.0f;
 
-const PointCloud& cloudOf(std::int64_t n) {
-    static PointCloud cloud;
-    if (cloud.size() != static_cast<std::uint64_t>(n)) {
-        cloud = terrainCloud(static_cast<std::size_t>(n));
-    }
-    return cloud;
-}
-
 void FullOctreeAddAndBuild(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = keptTerrainCloud(state.range(0));
+    double peak = 0;
     for (auto _ : state) {
-        FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
-        Octree octree;
-        factory.add(cloud);
-        factory(octree);
-        benchmark::DoNotOptimize(octree.keyCount());
         state.PauseTiming();
-        octree = Octree();
+        const PeakMemory memory;
+        {
+            state.ResumeTiming();
+            FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
+            Octree octree;
+            factory.add(cloud);
+            factory(octree);
+            state.PauseTiming();
+            peak = std::max(peak, memory.bytes());
+        }
         state.ResumeTiming();
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
+    const auto points = static_cast<double>(cloud.size());
+    state.counters["bytes/point"] = peak / points;
+    state.counters["beyond_pairs/input"] = (peak - 16 * points) / static_cast<double>(cloud.raw_size());
 }
 
 void MortonCodes(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = keptTerrainCloud(state.range(0));
     for (auto _ : state) {
         std::uint64_t sum = 0;
         for (const Vector3f& p : cloud.positions()) {
@@ -55,7 +57,7 @@ void MortonCodes(benchmark::State& state) {
 
 /// The yardstick: the library's task pool sorting the same (index, code) pairs.
 void ParallelSortOfPairs(benchmark::State& state) {
-    const PointCloud& cloud = cloudOf(state.range(0));
+    const PointCloud& cloud = keptTerrainCloud(state.range(0));
     std::vector<std::pair<std::uint64_t, std::uint64_t>> unsorted(cloud.size());
     for (std::uint64_t i = 0; i < cloud.size(); ++i) {
         unsorted[i] = {i, OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), EDGE).key};
@@ -74,7 +76,7 @@ void ParallelSortOfPairs(benchmark::State& state) {
 void VisibilityUpdate(benchmark::State& state) {
     FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
     Octree octree;
-    factory.add(cloudOf(state.range(0)));
+    factory.add(keptTerrainCloud(state.range(0)));
     factory(octree);
     ViewFrustum frustum;
     frustum.setIntrinsics(60.0f, 1.5f);

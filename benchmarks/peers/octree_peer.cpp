@@ -22,14 +22,6 @@ using namespace ombrix::core;
 constexpr unsigned int CAPACITY = 128;
 constexpr float EDGE = 1000.0f;
 
-const PointCloud& sourceCloud(std::int64_t n) {
-    static PointCloud cloud;
-    if (cloud.size() != static_cast<std::uint64_t>(n)) {
-        cloud = ombrix::benchmarks::terrainCloud(static_cast<std::size_t>(n));
-    }
-    return cloud;
-}
-
 void report(benchmark::State& state, std::size_t points, std::size_t largestLeaf, std::size_t leaves) {
     if (points != static_cast<std::size_t>(state.range(0)) || largestLeaf > CAPACITY) {
         state.SkipWithError("the tree does not hold all points in leaves of at most 128");
@@ -39,7 +31,7 @@ void report(benchmark::State& state, std::size_t points, std::size_t largestLeaf
 }
 
 void Ombrix(benchmark::State& state) {
-    const PointCloud& cloud = sourceCloud(state.range(0));
+    const PointCloud& cloud = ombrix::benchmarks::keptTerrainCloud(state.range(0));
     std::size_t points = 0;
     std::size_t largest = 0;
     std::size_t leaves = 0;
@@ -65,7 +57,7 @@ void Cgal(benchmark::State& state) {
     using Kernel = CGAL::Simple_cartesian<float>;
     using Points = std::vector<Kernel::Point_3>;
     Points source;
-    for (const Vector3f& p : sourceCloud(state.range(0)).positions()) {
+    for (const Vector3f& p : ombrix::benchmarks::keptTerrainCloud(state.range(0)).positions()) {
         source.emplace_back(p.x(), p.y(), p.z());
     }
     std::size_t points = 0;
@@ -91,7 +83,7 @@ void Cgal(benchmark::State& state) {
 
 void Pcl(benchmark::State& state) {
     const auto cloud = pcl::make_shared<pcl::PointCloud<pcl::PointXYZ>>();
-    for (const Vector3f& p : sourceCloud(state.range(0)).positions()) {
+    for (const Vector3f& p : ombrix::benchmarks::keptTerrainCloud(state.range(0)).positions()) {
         cloud->emplace_back(p.x(), p.y(), p.z());
     }
     std::size_t points = 0;
@@ -116,7 +108,7 @@ void Pcl(benchmark::State& state) {
 }
 
 void ParallelSort(benchmark::State& state) {
-    const PointCloud& cloud = sourceCloud(state.range(0));
+    const PointCloud& cloud = ombrix::benchmarks::keptTerrainCloud(state.range(0));
     std::vector<std::pair<std::uint64_t, std::uint64_t>> unsorted(cloud.size());
     for (std::uint64_t i = 0; i < cloud.size(); ++i) {
         unsorted[i] = {i, OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), EDGE).key};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <random>
 #include <vector>
 
@@ -47,6 +48,15 @@ inline core::PointCloud terrainCloud(std::size_t n) {
         const auto level = static_cast<unsigned char>(std::clamp(height * 0.5f, 0.0f, 255.0f));
         cloud.colors()[i] = core::ColorRGB(level, 128, static_cast<unsigned char>(255 - level));
         cloud.scalars()[i] = height;
+    }
+    return cloud;
+}
+
+/// The terrain cloud of n points, kept until another size is asked for.
+inline const core::PointCloud& keptTerrainCloud(std::int64_t n) {
+    static core::PointCloud cloud;
+    if (cloud.size() != static_cast<std::uint64_t>(n)) {
+        cloud = terrainCloud(static_cast<std::size_t>(n));
     }
     return cloud;
 }
