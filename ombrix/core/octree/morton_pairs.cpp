@@ -14,7 +14,7 @@ using Pair = OctreeConverter::Pair;
 
 constexpr std::size_t PARALLEL_FROM = 500;      // pairs from which on the task pool is used
 constexpr std::size_t PARALLEL_RUN = 1u << 18;  // runs of equal digits that are worth splitting again
-constexpr std::size_t SMALL_RUN = 32;           // pairs that are sorted by insertion
+constexpr std::size_t SMALL_RUN = 48;           // pairs that are sorted by insertion
 
 constexpr int DIGIT_BITS = 8;
 constexpr std::size_t DIGITS = 1u << DIGIT_BITS;

@@ -1,9 +1,9 @@
+#include <algorithm>
 #include <deque>
 #include <memory>
+#include <utility>
 #include <vector>
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
 #include <tbb/task_group.h>
 
 #include <ombrix/core/octree/morton.h>
@@ -17,15 +17,17 @@ using NodeChunk = OctreeConverter::NodeChunk;
 using Pair = OctreeConverter::Pair;
 using PairVector = OctreeConverter::PairVector;
 
+constexpr std::size_t LEAVES_PER_TASK = 512;
 constexpr std::uint64_t MAX_PREFETCH = 256;  // points, more would not stay in the caches
 
-/// A node to be made: an inner node's mask, or the run of pairs whose points a leaf receives.
-struct NodePlan {
-    std::uint64_t key;
+// Nodes that a tree over a surface has for each `threshold` points: what the map is prepared for.
+constexpr std::uint64_t NODES_PER_FULL_LEAF = 5;
+
+/// A leaf and the run of pairs whose points it receives.
+struct LeafRun {
+    Octree::Node* leaf;
     std::uint64_t first;
     std::uint64_t last;
-    std::shared_ptr<PointCloud> cloud;
-    std::uint8_t children;  ///< 0 for a leaf
 };
 
 /// Position of the last pair in [first, last] whose code has the masked bits of pair `first`.
@@ -43,16 +45,97 @@ std::uint64_t endOfRun(const Pairs& pairs, std::uint64_t first, std::uint64_t la
     return first;
 }
 
-/// Cuts the run into nodes, depth first.
+/// Copies points into leaves. Their clouds are made by the tasks, the tree itself is left to the caller.
 template <class Pairs>
-std::vector<NodePlan> cut(const Pairs& pairs, const NodeChunk& chunk, unsigned int threshold) {
-    std::vector<NodePlan> plans;
+class LeafFiller {
+public:
+    LeafFiller(const PointCloud& cloud, const Pairs& pairs, bool positionsOnly)
+        : cloud_(cloud), pairs_(pairs), positionsOnly_(positionsOnly) {}
+
+    /// Appends the points of a run to its leaf, on some thread before `wait` returns. A leaf that has a cloud
+    /// is filled at once: others may hold it, too.
+    void add(const LeafRun& run) {
+        if (run.leaf->pc) {
+            std::vector<std::uint64_t> indices;
+            fill(run, indices);
+            return;
+        }
+        batch_.push_back(run);
+        if (batch_.size() == LEAVES_PER_TASK) {
+            handOver();
+        }
+    }
+
+    void wait() {
+        handOver();
+        tasks_.wait();
+    }
+
+    void cancel() {
+        tasks_.cancel();
+        tasks_.wait();
+    }
+
+private:
+    void handOver() {
+        tasks_.run([this, runs = std::exchange(batch_, {})] {
+            std::vector<std::uint64_t> indices;
+            for (std::size_t i = 0; i < runs.size(); ++i) {
+                if (i + 1 < runs.size()) {
+                    prefetch(runs[i + 1]);
+                }
+                runs[i].leaf->pc = std::make_shared<PointCloud>();
+                fill(runs[i], indices);
+            }
+        });
+    }
+
+    void fill(const LeafRun& run, std::vector<std::uint64_t>& indices) const {
+        indices.clear();
+        for (std::uint64_t p = run.first; p <= run.last; ++p) {
+            indices.push_back(pairs_[p].first);
+        }
+        run.leaf->pc->push_back(cloud_, indices, positionsOnly_);
+    }
+
+    /// Has the memory of a leaf's points fetched while another leaf is being filled: they lie anywhere.
+    void prefetch(const LeafRun& run) const {
+        if (run.last - run.first > MAX_PREFETCH) {
+            return;
+        }
+        for (std::uint64_t p = run.first; p <= run.last; ++p) {
+            const std::uint64_t index = pairs_[p].first;
+            __builtin_prefetch(cloud_.positions().data() + index);
+            __builtin_prefetch(cloud_.colors().data() + index);
+            __builtin_prefetch(cloud_.scalars().data() + index);
+        }
+    }
+
+    const PointCloud& cloud_;
+    const Pairs& pairs_;
+    const bool positionsOnly_;
+    std::vector<LeafRun> batch_;
+    tbb::task_group tasks_;
+};
+
+Octree::Node& writeNode(Octree& out, std::uint64_t key, std::uint8_t children) {
+    Octree::Node& node = out.nodes()[key];
+    node.key = key;
+    node.children = children;
+    node.size = 1;
+    return node;
+}
+
+/// Cuts the run into nodes, depth first, and hands each leaf on to be filled.
+template <class Pairs>
+void cut(const Pairs& pairs, const NodeChunk& chunk, unsigned int threshold, Octree& out,
+         LeafFiller<Pairs>& leaves) {
     std::deque<NodeChunk> stack{chunk};
     while (!stack.empty()) {
         const NodeChunk c = stack.back();
         stack.pop_back();
         if (c.last - c.first + 1 <= threshold || c.depth >= Octree::MAX_DEPTH) {
-            plans.push_back({c.key, c.first, c.last, nullptr, 0});
+            leaves.add({&writeNode(out, c.key, 0), c.first, c.last});
             continue;
         }
         const std::uint64_t mask = OctreeConverter::MASK_EQUAL >> (3 * c.depth);
@@ -65,90 +148,27 @@ std::vector<NodePlan> cut(const Pairs& pairs, const NodeChunk& chunk, unsigned i
             stack.push_back({first, last, child_key(c.key, octant), c.depth + 1});
             first = last + 1;
         }
-        plans.push_back({c.key, c.first, c.last, nullptr, children});
+        Octree::Node& inner = writeNode(out, c.key, children);
+        if (!inner.pc) {
+            inner.pc = std::make_shared<PointCloud>();
+        }
     }
-    return plans;
-}
-
-/// Has the memory of a leaf's points fetched while another leaf is being filled: they lie anywhere.
-template <class Pairs>
-void prefetch(const NodePlan& plan, const PointCloud& cloud, const Pairs& pairs) {
-    if (plan.children != 0 || plan.last - plan.first > MAX_PREFETCH) {
-        return;
-    }
-    for (std::uint64_t p = plan.first; p <= plan.last; ++p) {
-        const std::uint64_t index = pairs[p].first;
-        __builtin_prefetch(cloud.positions().data() + index);
-        __builtin_prefetch(cloud.colors().data() + index);
-        __builtin_prefetch(cloud.scalars().data() + index);
-    }
-}
-
-/// Makes the clouds of all planned nodes, each by one task.
-template <class Pairs>
-void makeClouds(std::vector<NodePlan>& plans, const PointCloud& cloud, const Pairs& pairs,
-                bool positionsOnly) {
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, plans.size()),
-                      [&](const tbb::blocked_range<std::size_t>& range) {
-                          std::vector<std::uint64_t> indices;
-                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
-                              if (i + 1 != range.end()) {
-                                  prefetch(plans[i + 1], cloud, pairs);
-                              }
-                              NodePlan& plan = plans[i];
-                              plan.cloud = std::make_shared<PointCloud>();
-                              if (plan.children != 0) {
-                                  continue;
-                              }
-                              indices.clear();
-                              for (std::uint64_t p = plan.first; p <= plan.last; ++p) {
-                                  indices.push_back(pairs[p].first);
-                              }
-                              plan.cloud->push_back(cloud, indices, positionsOnly);
-                          }
-                      });
-}
-
-/// Writes key, mask and size of the planned nodes; the result stands in the order of the plans.
-std::vector<Octree::Node*> writeNodes(const std::vector<NodePlan>& plans, Octree& out) {
-    std::vector<Octree::Node*> nodes;
-    nodes.reserve(plans.size());
-    out.nodes().reserve(out.keyCount() + plans.size());
-    for (const NodePlan& plan : plans) {
-        Octree::Node& node = out.nodes()[plan.key];
-        node.key = plan.key;
-        node.children = plan.children;
-        node.size = 1;
-        nodes.push_back(&node);
-    }
-    return nodes;
 }
 
 template <class Pairs>
 void build(const PointCloud& cloud, const Pairs& pairs, const NodeChunk& chunk, unsigned int threshold,
            bool positionsOnly, Octree& out) {
-    std::vector<NodePlan> plans = cut(pairs, chunk, threshold);
-
-    // The clouds are made while this thread, the only one that touches the tree, writes the nodes.
-    tbb::task_group clouds;
-    clouds.run([&] { makeClouds(plans, cloud, pairs, positionsOnly); });
-    std::vector<Octree::Node*> nodes;
+    LeafFiller<Pairs> leaves(cloud, pairs, positionsOnly);
+    const std::uint64_t count = chunk.last - chunk.first + 1;
+    out.nodes().reserve(out.keyCount() +
+                        std::min(count, NODES_PER_FULL_LEAF * (count / (std::uint64_t{threshold} + 1))));
     try {
-        nodes = writeNodes(plans, out);
+        cut(pairs, chunk, threshold, out, leaves);
     } catch (...) {
-        clouds.cancel();
-        clouds.wait();
+        leaves.cancel();
         throw;
     }
-    clouds.wait();
-
-    for (std::size_t i = 0; i < plans.size(); ++i) {
-        if (!nodes[i]->pc) {
-            nodes[i]->pc = std::move(plans[i].cloud);
-        } else {
-            nodes[i]->pc->push_back(*plans[i].cloud, positionsOnly);
-        }
-    }
+    leaves.wait();
 }
 
 }  // namespace

@@ -48,51 +48,65 @@ std::pair<std::shared_ptr<FieldArray<T>>, bool> FieldContainer::addField(const s
     return {std::move(field), true};
 }
 
-template OMBRIX_CORE_API std::pair<std::shared_ptr<FieldArray<float>>, bool>
-FieldContainer::addField<float>(const std::string&);
+template OMBRIX_CORE_API std::pair<std::shared_ptr<FieldArray<float>>, bool> FieldContainer::addField<float>(
+    const std::string&);
 template OMBRIX_CORE_API std::pair<std::shared_ptr<FieldArray<Vector3f>>, bool>
 FieldContainer::addField<Vector3f>(const std::string&);
 template OMBRIX_CORE_API std::pair<std::shared_ptr<FieldArray<Vector3d>>, bool>
 FieldContainer::addField<Vector3d>(const std::string&);
 
-bool FieldContainer::contains(const std::string& name) const { return fields_.count(name) != 0; }
+FieldContainer::FieldContainer(const FieldContainer& other)
+    : fields_(other.fields_ ? std::make_unique<Map>(*other.fields_) : nullptr) {}
+
+FieldContainer& FieldContainer::operator=(const FieldContainer& other) {
+    return *this = FieldContainer(other);
+}
+
+const FieldContainer::Map& FieldContainer::fields() const {
+    static const Map none;
+    return fields_ ? *fields_ : none;
+}
+
+bool FieldContainer::contains(const std::string& name) const {
+    return fields().count(name) != 0;
+}
 
 std::shared_ptr<FieldType> FieldContainer::get(const std::string& name) const {
-    return detail::checkedLookup(fields_, name);
+    return detail::checkedLookup(fields(), name);
 }
 
 void FieldContainer::clear() {
-    for (auto& [name, field] : fields_) {
+    for (const auto& [name, field] : fields()) {
         field->clear();
     }
 }
 
 void FieldContainer::release() {
-    for (auto& [name, field] : fields_) {
+    for (const auto& [name, field] : fields()) {
         field->release();
     }
 }
 
 void FieldContainer::reserve(std::uint64_t n) {
-    for (auto& [name, field] : fields_) {
+    for (const auto& [name, field] : fields()) {
         field->reserve(n);
     }
 }
 
 void FieldContainer::resize(std::uint64_t n) {
-    for (auto& [name, field] : fields_) {
+    for (const auto& [name, field] : fields()) {
         field->resize(n);
     }
 }
 
 void FieldContainer::append(const FieldContainer& other) {
-    for (const auto& [name, source] : other.fields_) {
+    for (const auto& [name, source] : other.fields()) {
         counterpart(name, *source).append(*source);
     }
 }
 
 void FieldContainer::append(const FieldContainer& other, std::uint64_t first, std::uint64_t last) {
-    for (const auto& [name, source] : other.fields_) {
+    for (const auto& [name, source] : other.fields()) {
         if (!source->empty()) {
             counterpart(name, *source).appendRange(*source, first, last);
         } else {
@@ -102,7 +116,7 @@ void FieldContainer::append(const FieldContainer& other, std::uint64_t first, st
 }
 
 void FieldContainer::append(const FieldContainer& other, const std::vector<std::uint64_t>& indices) {
-    for (const auto& [name, source] : other.fields_) {
+    for (const auto& [name, source] : other.fields()) {
         if (!source->empty()) {
             counterpart(name, *source).appendSelected(*source, indices);
         } else {
@@ -113,7 +127,7 @@ void FieldContainer::append(const FieldContainer& other, const std::vector<std::
 
 void FieldContainer::assign(const FieldContainer& other) {
     clearUnshared(other);
-    for (const auto& [name, source] : other.fields_) {
+    for (const auto& [name, source] : other.fields()) {
         if (!shares(name, source)) {
             counterpart(name, *source).append(*source);
         }
@@ -122,34 +136,35 @@ void FieldContainer::assign(const FieldContainer& other) {
 
 void FieldContainer::assign(const FieldContainer& other, const std::vector<std::uint64_t>& indices) {
     if (this == &other) {
-        for (auto& [name, field] : fields_) {
+        for (const auto& [name, field] : fields()) {
             field->copySelected(*field, indices);
         }
         return;
     }
-    for (auto& [name, field] : fields_) {
-        const auto source = other.fields_.find(name);
-        if (source != other.fields_.end() && source->second == field) {
-            field = emptyLike(*field);
-        } else {
-            field->clear();
+    if (fields_) {
+        for (auto& [name, field] : *fields_) {
+            if (other.shares(name, field)) {
+                field = emptyLike(*field);
+            } else {
+                field->clear();
+            }
         }
     }
     append(other, indices);
 }
 
 void FieldContainer::detach(const std::string& name) {
-    const auto found = fields_.find(name);
-    if (found == fields_.end() || found->second.use_count() == 1) {
+    const auto found = fields().find(name);
+    if (found == fields().end() || found->second.use_count() == 1) {
         return;
     }
     auto own = emptyLike(*found->second);
     own->copy(*found->second);
-    found->second = std::move(own);
+    insert(name, std::move(own));
 }
 
 void FieldContainer::clearUnshared(const FieldContainer& other) {
-    for (auto& [name, field] : fields_) {
+    for (const auto& [name, field] : fields()) {
         if (!other.shares(name, field)) {
             field->clear();
         }
@@ -158,23 +173,23 @@ void FieldContainer::clearUnshared(const FieldContainer& other) {
 
 std::shared_ptr<FieldType>& FieldContainer::insert(const std::string& name,
                                                    std::shared_ptr<FieldType> field) {
-    if (fields_.empty()) {
-        fields_.rehash(8);  // an empty container owns no buckets: most clouds of an octree have no fields
+    if (!fields_) {
+        fields_ = std::make_unique<Map>(8);
     }
-    return fields_[name] = std::move(field);
+    return (*fields_)[name] = std::move(field);
 }
 
 FieldType& FieldContainer::counterpart(const std::string& name, const FieldType& source) {
-    const auto found = fields_.find(name);
-    if (found != fields_.end()) {
+    const auto found = fields().find(name);
+    if (found != fields().end()) {
         return *found->second;
     }
     return *insert(name, emptyLike(source));
 }
 
 bool FieldContainer::shares(const std::string& name, const std::shared_ptr<FieldType>& field) const {
-    const auto found = fields_.find(name);
-    return found != fields_.end() && found->second == field;
+    const auto found = fields().find(name);
+    return found != fields().end() && found->second == field;
 }
 
 }  // namespace ombrix::core

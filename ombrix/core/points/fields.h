@@ -117,6 +117,13 @@ extern template class OMBRIX_CORE_API FieldArray<Vector3d>;
 /// ("invalid unordered_map<K, T> key").
 class OMBRIX_CORE_API FieldContainer {
 public:
+    FieldContainer() = default;
+    FieldContainer(const FieldContainer& other);
+    FieldContainer(FieldContainer&&) noexcept = default;
+    FieldContainer& operator=(const FieldContainer& other);
+    FieldContainer& operator=(FieldContainer&&) noexcept = default;
+    ~FieldContainer() = default;
+
     /// Hash of a name: 64-bit FNV-1a over its bytes.
     /// Source: Fowler, Noll, Vo, "The FNV Non-Cryptographic Hash Algorithm", IETF draft.
     struct OMBRIX_CORE_API hash {
@@ -169,18 +176,21 @@ public:
     void clearUnshared(const FieldContainer& other);
 
     /// Number of fields.
-    [[nodiscard]] std::size_t size() const { return fields_.size(); }
+    [[nodiscard]] std::size_t size() const { return fields().size(); }
 
     /// (name, field) pairs in no particular order.
-    [[nodiscard]] const_iterator begin() const { return fields_.begin(); }
-    [[nodiscard]] const_iterator end() const { return fields_.end(); }
+    [[nodiscard]] const_iterator begin() const { return fields().begin(); }
+    [[nodiscard]] const_iterator end() const { return fields().end(); }
 
 private:
     std::shared_ptr<FieldType>& insert(const std::string& name, std::shared_ptr<FieldType> field);
     FieldType& counterpart(const std::string& name, const FieldType& source);
     [[nodiscard]] bool shares(const std::string& name, const std::shared_ptr<FieldType>& field) const;
 
-    Map fields_;
+    [[nodiscard]] const Map& fields() const;
+
+    // Made with the first field: most clouds of an octree have none, and there are many of them.
+    std::unique_ptr<Map> fields_;
 };
 
 }  // namespace ombrix::core
