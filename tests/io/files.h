@@ -11,24 +11,21 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <ombrix/io.h>
+
+#include "tests/support/temp_path.h"
 
 namespace ombrix::io::test {
 
 /// A folder of its own for each test, removed with what is in it.
 class IoTest : public ::testing::Test {
 protected:
-    IoTest() {
-        const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        folder_ = std::filesystem::temp_directory_path() / ("ombrix_" + std::to_string(::getpid()) + "_" +
-                                                            test->test_suite_name() + "_" + test->name());
-        std::filesystem::create_directories(folder_);
-    }
-    ~IoTest() override { std::filesystem::remove_all(folder_); }
+    IoTest() { std::filesystem::create_directories(folder_.str()); }
 
-    [[nodiscard]] std::filesystem::path path(const std::string& name) const { return folder_ / name; }
+    [[nodiscard]] std::filesystem::path path(const std::string& name) const {
+        return std::filesystem::path(folder_.str()) / name;
+    }
 
     /// Writes a file and returns its path.
     std::filesystem::path file(const std::string& name, const std::string& content) const {
@@ -56,7 +53,7 @@ protected:
     }
 
 private:
-    std::filesystem::path folder_;
+    const ombrix::test::TempPath folder_;
 };
 
 inline std::string contentOf(const std::filesystem::path& path) {

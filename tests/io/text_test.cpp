@@ -1,7 +1,7 @@
-#include <clocale>
-#include <locale>
+#include <optional>
 
 #include "files.h"
+#include "tests/support/streams.h"
 
 namespace ombrix::io::test {
 
@@ -117,24 +117,13 @@ TEST_F(TextRead, ObjVerticesWithAndWithoutColors) {
 }
 
 TEST_F(TextRead, NumbersDoNotDependOnTheLocale) {
-    struct Comma : std::numpunct<char> {
-        char do_decimal_point() const override { return ','; }
-        char do_thousands_sep() const override { return '.'; }
-        std::string do_grouping() const override { return "\3"; }
-    };
-    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Comma));
-    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE"}) {
-        if (std::setlocale(LC_ALL, name) != nullptr) {
-            break;
-        }
-    }
+    std::optional<ombrix::test::CommaLocale> comma(std::in_place);
     const PointFile text = read("a.xyz", "1.5 1234567.25 3\n");
     core::PointCloud cloud;
     cloud.positions().assign(12345, {1.5f, 0, 0});
     writePly(path("a.ply"), cloud);
     const std::size_t count = readPoints(path("a.ply")).cloud.size();
-    std::locale::global(before);
-    std::setlocale(LC_ALL, "C");
+    comma.reset();
 
     EXPECT_EQ(world(text, 0), Vector3d(1.5, 1234567.25, 3));
     EXPECT_EQ(count, 12345u);

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <unistd.h>
-
 #include <cmath>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <numbers>
 #include <random>
 #include <string>
@@ -14,38 +9,17 @@
 
 #include <ombrix/mesh/tri_mesh.h>
 
+#include "tests/support/temp_path.h"
+
 namespace ombrix::mesh::test {
 
-/// A file that is gone after the test, with the given content or not there yet.
-class TempFile {
-public:
-    TempFile() {
-        static int count = 0;
-        path_ = std::filesystem::temp_directory_path() /
-                ("ombrix_mesh_" + std::to_string(::getpid()) + '_' + std::to_string(count++) + ".obj");
-    }
-    explicit TempFile(const std::string& content) : TempFile() {
-        std::ofstream(path_, std::ios::binary) << content;
-    }
-    ~TempFile() { std::filesystem::remove(path_); }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-
-    [[nodiscard]] std::string path() const { return path_.string(); }
-    [[nodiscard]] std::string content() const {
-        std::ifstream file(path_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-private:
-    std::filesystem::path path_;
-};
+using ombrix::test::TempPath;
 
 /// The mesh that the plain reader makes of a text.
 inline TriMesh readPlain(const std::string& text) {
-    const TempFile file(text);
+    const TempPath file(text);
     TriMesh mesh;
-    mesh.readOBJ(file.path());
+    mesh.readOBJ(file.str());
     return mesh;
 }
 

@@ -1,18 +1,19 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <clocale>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <locale>
 #include <random>
 
 #include "mesh_support.h"
+#include "tests/support/streams.h"
 
 namespace ombrix::mesh::test {
 namespace {
+
+using ombrix::test::printedBy;
 
 const std::string FOUR = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\n";
 
@@ -106,37 +107,17 @@ TEST(ObjRead, RoundsEveryNumberAsTheCLibraryDoes) {
     }
 }
 
-/// A locale with a decimal comma and grouped thousands, for C++ streams and, where installed, for C.
-class CommaLocale {
-public:
-    CommaLocale() {
-        struct Comma : std::numpunct<char> {
-            char do_decimal_point() const override { return ','; }
-            char do_thousands_sep() const override { return '.'; }
-            std::string do_grouping() const override { return "\3"; }
-        };
-        std::locale::global(std::locale(std::locale::classic(), new Comma));
-        std::setlocale(LC_ALL, "de_DE.UTF-8");
-    }
-    ~CommaLocale() {
-        std::locale::global(std::locale::classic());
-        std::setlocale(LC_ALL, "C");
-    }
-};
-
 TEST(ObjRead, AndWriteIgnoreTheLocale) {
     TriMesh mesh;
     mesh.vertices.assign(2000, Vector3f(0.5f, -1.25f, 1e-7f));
     mesh.faces = {{{0, 1, 1999}}};
-    const TempFile plain, full;
+    const TempPath plain, full;
     TriMesh back;
     {
-        const CommaLocale comma;
-        testing::internal::CaptureStdout();
-        mesh.writeOBJ(plain.path());
-        testing::internal::GetCapturedStdout();
-        EXPECT_TRUE(mesh.writeOBJ(full.path(), ObjWriteOptions{}).ok());
-        back.readOBJ(plain.path());
+        const ombrix::test::CommaLocale comma;
+        printedBy([&] { mesh.writeOBJ(plain.str()); });
+        EXPECT_TRUE(mesh.writeOBJ(full.str(), ObjWriteOptions{}).ok());
+        back.readOBJ(plain.str());
     }
     EXPECT_EQ(plain.content().substr(0, 20), "v 0.5 -1.25 1e-07\nv ");
     EXPECT_EQ(full.content().substr(0, 28), "v 0.5 -1.25 1.00000001e-07\nv");
@@ -148,31 +129,27 @@ TEST(ObjRead, ReportsOnlyAFileThatCannotBeOpened) {
     TriMesh mesh = sphereMesh(1, 4);
     const std::size_t vertices = mesh.vertices.size();
     for (const std::string& path : {std::string("/nowhere/missing.obj"), std::string("/tmp")}) {
-        testing::internal::CaptureStdout();
-        mesh.readOBJ(path);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "ERROR in TriMesh::readOBJ :  file not found\n");
+        EXPECT_EQ(printedBy([&] { mesh.readOBJ(path); }), "ERROR in TriMesh::readOBJ :  file not found\n");
         EXPECT_EQ(mesh.vertices.size(), vertices);
         const ObjReadResult result = mesh.readOBJ(path, ObjReadOptions{});
         EXPECT_FALSE(result.ok());
         EXPECT_NE(result.error.find(path), std::string::npos) << result.error;
         EXPECT_EQ(mesh.vertices.size(), vertices);
     }
-    testing::internal::CaptureStdout();
-    mesh.readOBJ(TempFile("v 1 1 1\nf 1 2 3\n").path());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(printedBy([&] { mesh.readOBJ(TempPath(std::string("v 1 1 1\nf 1 2 3\n")).str()); }), "");
     EXPECT_EQ(mesh.vertices.size(), vertices + 1);
     EXPECT_EQ(mesh.faces.back().index[2], 2u);  // as the file has it
 }
 
 TEST(ObjReadWithOptions, TriangulatesResolvesAndCounts) {
-    const TempFile file(
+    const TempPath file(
         "# fan\n" + FOUR +
         "vt 0 0\nf 1/1 2/1 3/1 4/1\n"
         "f -4 -3 -2\n"
         "v 2 2 2\nf -1 1 \\\r\n  2 \\\n3\n"
         "f 1 2 9\nf 0 1 2\nf 1 2 -99\nf 1 2\nf 1 2 3 x\nv 1 y 3\nl 1 2\nf 6 2 3 # trailing\n");
     TriMesh mesh;
-    const ObjReadResult result = mesh.readOBJ(file.path(), ObjReadOptions{});
+    const ObjReadResult result = mesh.readOBJ(file.str(), ObjReadOptions{});
     EXPECT_TRUE(result.ok());
     EXPECT_EQ(facesOf(mesh), "0 1 2, 0 2 3, 0 1 2, 4 0 1, 4 1 2, 0 1 2, 5 1 2");
     EXPECT_EQ(result.lines, 20u);
@@ -188,7 +165,7 @@ TEST(ObjReadWithOptions, TriangulatesResolvesAndCounts) {
 
     // Appending shifts the indices and keeps one normal per vertex.
     mesh.evaluateVertexNormals();
-    ASSERT_TRUE(mesh.readOBJ(file.path(), {.triangulate = false}).ok());
+    ASSERT_TRUE(mesh.readOBJ(file.str(), {.triangulate = false}).ok());
     EXPECT_EQ(facesOf(mesh).substr(49), "6 7 8, 6 7 8, 10 6 7, 6 7 8, 11 7 8");
     EXPECT_EQ(mesh.normals.size(), mesh.vertices.size());
 }
@@ -196,7 +173,7 @@ TEST(ObjReadWithOptions, TriangulatesResolvesAndCounts) {
 TEST(ObjReadWithOptions, BringsNormalsToTheVerticesThatNameThem) {
     const auto read = [](const std::string& text) {
         TriMesh mesh;
-        EXPECT_TRUE(mesh.readOBJ(TempFile(text).path(), ObjReadOptions{}).ok());
+        EXPECT_TRUE(mesh.readOBJ(TempPath(text).str(), ObjReadOptions{}).ok());
         return mesh;
     };
     const std::string normals = "vn 0 0 1\nvn 0 2 0\n";
@@ -218,7 +195,7 @@ TEST(ObjReadWithOptions, ReadsLinesLongerThanAnyBlock) {
         text += ' ' + std::to_string(i % 4 + 1);
     }
     TriMesh mesh;
-    EXPECT_EQ(mesh.readOBJ(TempFile(text).path(), ObjReadOptions{}).triangles, CORNERS - 2);
+    EXPECT_EQ(mesh.readOBJ(TempPath(text).str(), ObjReadOptions{}).triangles, CORNERS - 2);
     EXPECT_EQ(facesOf(readPlain(text + "\n" + text)), "0 1 2, 0 1 2");
 }
 
@@ -231,8 +208,8 @@ TEST(ObjRead, SurvivesRubbish) {
             text += round % 4 == 0 ? static_cast<char>(random()) : alphabet[random() % alphabet.size()];
         }
         TriMesh mesh;
-        const TempFile file(text);
-        const ObjReadResult result = mesh.readOBJ(file.path(), ObjReadOptions{});
+        const TempPath file(text);
+        const ObjReadResult result = mesh.readOBJ(file.str(), ObjReadOptions{});
         ASSERT_TRUE(result.ok());
         for (const Face& face : mesh.faces) {
             ASSERT_LT(*std::max_element(face.index, face.index + 3), mesh.vertices.size());

@@ -5,14 +5,15 @@
 #include <random>
 
 #include "mesh_support.h"
+#include "tests/support/streams.h"
 
 namespace ombrix::mesh::test {
 namespace {
 
-std::string writePlain(const TriMesh& mesh, const TempFile& file) {
-    testing::internal::CaptureStdout();
-    mesh.writeOBJ(file.path());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), " Write OBJ file " + file.path() + "\n");
+using ombrix::test::printedBy;
+
+std::string writePlain(const TriMesh& mesh, const TempPath& file) {
+    EXPECT_EQ(printedBy([&] { mesh.writeOBJ(file.str()); }), " Write OBJ file " + file.str() + "\n");
     return file.content();
 }
 
@@ -21,14 +22,14 @@ TEST(ObjWrite, WritesThePlainFormToTheByte) {
     mesh.vertices = {{0, -0.0f, 1}, {1e-5f, 123456.7f, 1234567}, {0.1f, 100, 1e20f}};
     mesh.faces = {{{0, 1, 2}}, {{2, 1, 0}}};
     const std::string vertices = "v 0 -0 1\nv 1e-05 123457 1.23457e+06\nv 0.1 100 1e+20\n";
-    const TempFile file;
+    const TempPath file;
     EXPECT_EQ(writePlain(mesh, file), vertices + "f 1 2 3\nf 3 2 1\n");
     mesh.normals = {{0, 0, 1}, {0.6f, 0, -0.8f}};
     EXPECT_EQ(writePlain(mesh, file),
               vertices + "n 0 0 1\nn 0.6 0 -0.8\nf 1//1 2//2 3//3\nf 3//3 2//2 1//1\n");
 
     TriMesh back;
-    back.readOBJ(file.path());
+    back.readOBJ(file.str());
     EXPECT_EQ(facesOf(back), facesOf(mesh));
     EXPECT_EQ(back.vertices.size(), 3u);
     EXPECT_TRUE(back.normals.empty());
@@ -51,7 +52,7 @@ TEST(ObjWrite, FormatsEveryNumberAsTheCLibraryDoes) {
     for (const float number : numbers) {
         mesh.vertices.emplace_back(number, 0, 0);
     }
-    const TempFile file;
+    const TempPath file;
     for (int digits = 1; digits <= 9; ++digits) {
         std::string expected;
         for (const float number : numbers) {
@@ -59,7 +60,7 @@ TEST(ObjWrite, FormatsEveryNumberAsTheCLibraryDoes) {
             std::snprintf(line, sizeof line, "v %.*g 0 0\n", digits, static_cast<double>(number));
             expected += line;
         }
-        ASSERT_TRUE(mesh.writeOBJ(file.path(), {.significantDigits = digits}).ok());
+        ASSERT_TRUE(mesh.writeOBJ(file.str(), {.significantDigits = digits}).ok());
         EXPECT_EQ(file.content() == expected, true) << digits;
         if (digits == 6) {
             EXPECT_EQ(writePlain(mesh, file) == expected, true);
@@ -71,20 +72,20 @@ TEST(ObjWriteWithOptions, IsReadBackExactly) {
     TriMesh mesh = randomTriangles(5, 3000, 100, 3, {1e6f, 0, -5});
     mesh.vertices.emplace_back(1e-30f, -3e38f, 1.1754944e-38f);
     mesh.evaluateVertexNormals();
-    const TempFile file;
-    const ObjWriteResult written = mesh.writeOBJ(file.path(), ObjWriteOptions{});
+    const TempPath file;
+    const ObjWriteResult written = mesh.writeOBJ(file.str(), ObjWriteOptions{});
     EXPECT_TRUE(written.ok());
     EXPECT_EQ(written.bytes, file.content().size());
     TriMesh back;
-    const ObjReadResult read = back.readOBJ(file.path(), ObjReadOptions{});
+    const ObjReadResult read = back.readOBJ(file.str(), ObjReadOptions{});
     EXPECT_EQ(read.malformedLines + read.skippedFaces + read.droppedTriangles + read.otherLines, 0u);
     EXPECT_EQ(back.vertices, mesh.vertices);
     EXPECT_EQ(back.normals, mesh.normals);
     EXPECT_EQ(facesOf(back), facesOf(mesh));
 
-    ASSERT_TRUE(mesh.writeOBJ(file.path(), {.normals = false}).ok());
+    ASSERT_TRUE(mesh.writeOBJ(file.str(), {.normals = false}).ok());
     back.clear();
-    ASSERT_TRUE(back.readOBJ(file.path(), ObjReadOptions{}).ok());
+    ASSERT_TRUE(back.readOBJ(file.str(), ObjReadOptions{}).ok());
     EXPECT_TRUE(back.normals.empty());
 }
 
@@ -97,9 +98,7 @@ TEST(ObjWriteWithOptions, ReportsWhatFailed) {
         const ObjWriteResult result = mesh.writeOBJ(path, ObjWriteOptions{});
         EXPECT_FALSE(result.ok()) << path;
         EXPECT_NE(result.error.find(path), std::string::npos) << result.error;
-        testing::internal::CaptureStdout();
-        mesh.writeOBJ(path);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), " Write OBJ file " + path + "\n");
+        EXPECT_EQ(printedBy([&] { mesh.writeOBJ(path); }), " Write OBJ file " + path + "\n");
     }
 }
 

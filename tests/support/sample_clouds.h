@@ -4,26 +4,14 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
-#include <random>
 #include <utility>
 #include <vector>
 
-#include <ombrix/core/types.h>
+#include "tests/support/clouds.h"
 
 namespace ombrix::test {
 
 using Points = std::vector<core::Vector3f>;
-
-/// n points in [0, side)^3.
-inline Points uniformPoints(std::size_t n, float side, unsigned int seed = 1) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> uniform(0.0f, side);
-    Points points(n);
-    for (core::Vector3f& p : points) {
-        p = {uniform(random), uniform(random), uniform(random)};
-    }
-    return points;
-}
 
 /// n points with whole coordinates in [0, side]: many equal distances and duplicates.
 inline Points latticePoints(std::size_t n, int side, unsigned int seed = 2) {

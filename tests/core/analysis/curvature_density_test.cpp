@@ -1,4 +1,3 @@
-#include <clocale>
 #include <cmath>
 #include <numbers>
 
@@ -9,17 +8,12 @@
 #include <ombrix/core/points/point_cloud.h>
 
 #include <tests/support/sample_clouds.h>
+#include <tests/support/streams.h>
 
 namespace ombrix::test {
 namespace {
 
 using namespace ombrix::core;
-
-std::string printedBy(const std::function<void()>& action) {
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
-}
 
 TEST(Density, CountsOverDiscAndBallRoundedOnce) {
     const float r = 0.17f;

@@ -7,6 +7,8 @@
 
 #include <ombrix/core/color/color_map.h>
 
+#include "tests/support/streams.h"
+
 namespace ombrix::test {
 namespace {
 
@@ -18,13 +20,6 @@ const ColorRGB_F RED(1.0f, 0.0f, 0.0f);
 const ColorRGB_F GREEN(0.0f, 1.0f, 0.0f);
 const ColorRGB_F BLUE(0.0f, 0.0f, 1.0f);
 constexpr const char* WARNING = "WARNING ColorMap invalide interval\n";
-
-template <class Action>
-std::string printedBy(const Action& action) {
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
-}
 
 void expectNear(const ColorRGB_F& a, const ColorRGB_F& b, float tolerance) {
     EXPECT_LE(std::max({std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b)}), tolerance);

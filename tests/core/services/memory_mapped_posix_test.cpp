@@ -6,7 +6,7 @@
 
 #include <ombrix/core/services/memory_mapped_detail.h>
 
-#include "temp_file.h"
+#include "some_bytes.h"
 
 namespace ombrix::core {
 namespace {

@@ -5,7 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "temp_file.h"
+#include "some_bytes.h"
 
 namespace ombrix::core {
 namespace {
