@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/points/point_cloud.h>
@@ -90,6 +91,27 @@ inline void expectMasksAgree(const core::Octree& octree, unsigned int deepest = 
             }
         }
     }
+}
+
+/// The same nodes with the same points in the same order.
+inline void expectSameNodes(const core::Octree& a, const core::Octree& b) {
+    ASSERT_EQ(a.keyCount(), b.keyCount());
+    for (const auto& [key, node] : a.nodes()) {
+        ASSERT_TRUE(b.hasKey(key));
+        ASSERT_EQ(node.children, b.node(key).children);
+        ASSERT_EQ(node.pc->positions(), b.node(key).pc->positions());
+        ASSERT_EQ(node.pc->scalars(), b.node(key).pc->scalars());
+    }
+}
+
+/// The full tree of a cloud whose positions are relative to the origin.
+inline core::Octree fullTree(const core::PointCloud& cloud, float edge, unsigned int capacity,
+                             const core::Vector3f& origin = core::Vector3f::Zero()) {
+    core::FullOctreeFactory factory(origin, edge, capacity);
+    factory.add(cloud, origin.cast<double>());
+    core::Octree octree;
+    factory(octree);
+    return octree;
 }
 
 /// Every point lies in its node's cube, up to `tolerance`.

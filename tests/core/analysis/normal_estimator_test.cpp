@@ -4,16 +4,15 @@
 #include <tuple>
 
 #include <gtest/gtest.h>
-#include <tbb/global_control.h>
 
 #include <ombrix/core/analysis/kd_tree.h>
 #include <ombrix/core/analysis/normal_estimator.h>
 #include <ombrix/core/analysis/normal_orientation.h>
 #include <ombrix/core/analysis/pca.h>
-#include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/knn_search.h>
 #include <ombrix/core/octree/octree.h>
 
+#include <tests/support/octree_checks.h>
 #include <tests/support/sample_clouds.h>
 
 namespace ombrix::test {
@@ -113,12 +112,11 @@ TEST(NormalEstimator, CloudEqualsThePlainDefinitionOnAnyNumberOfThreads) {
             indices.resize(tree.knnSearch(p, 9, indices, sqDists));
             expected.push_back(NormalEstimator::compute(points, indices));
         }
-        for (const std::size_t threads : {std::size_t{1}, std::size_t{4}}) {
-            const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
+        withOneAndFourWorkers([&] {
             PointCloud cloud = cloudOf(points);
             NormalEstimator::compute(cloud, 9);
-            EXPECT_EQ(cloud.normals(), expected) << points.size() << " points, " << threads << " threads";
-        }
+            EXPECT_EQ(cloud.normals(), expected) << points.size() << " points";
+        });
     }
 }
 
@@ -130,30 +128,8 @@ TEST(NormalEstimator, CoincidentPointsAndNoPoints) {
     EXPECT_EQ(cloud.normals(), Points(5, Vector3f::Zero()));
 }
 
-TEST(NormalEstimator, MovedCloudsKeepTheirNormals) {
-    // Steps of 1/64 survive a move by 100,000, where floats are 1/128 apart: only the arithmetic is tested.
-    Points points = uniformPoints(4000, 60.0f, 8);
-    for (Vector3f& p : points) {
-        p.z() = 0.01f * p.x() * p.y();
-        p = (p * 64.0f).array().round() / 64.0f;
-    }
-    PointCloud near = cloudOf(points);
-    NormalEstimator::compute(near, 12);
-    for (Vector3f& p : points) {
-        p += Vector3f::Constant(100000.0f);
-    }
-    PointCloud far = cloudOf(points);
-    NormalEstimator::compute(far, 12);
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        ASSERT_LT(near.normals()[i].cross(far.normals()[i]).norm(), 1e-4f);
-    }
-}
-
 TEST(NormalEstimator, OctreeNormalsAreThoseOfTheWholeCloud) {
-    FullOctreeFactory factory(Vector3f::Zero(), 10.0f, 32);
-    factory.add(cloudOf(uniformPoints(1500, 10.0f, 11)));
-    Octree octree;
-    factory(octree);
+    Octree octree = fullTree(cloudOf(uniformPoints(1500, 10.0f, 11)), 10.0f, 32);
 
     // One leaf relative to its corner, another that shares its field with a copy, a third not loaded
     const std::vector<std::uint64_t> leaves = octree.leaves();

@@ -3,11 +3,11 @@
 
 #include <spdlog/sinks/ostream_sink.h>
 #include <spdlog/spdlog.h>
-#include <tbb/global_control.h>
 
 #include <ombrix/core/octree/nested_octree_factory.h>
 
 #include "tests/core/octree/dynamic_checks.h"
+#include "tests/support/clouds.h"
 
 namespace {
 
@@ -157,22 +157,15 @@ TEST(DynamicOctreeFactory, ConvertsToANestedFactoryAndKeepsCounts) {
 }
 
 TEST(DynamicOctreeFactory, IsTheSameOnAnyNumberOfThreads) {
-    const auto build = [](std::size_t threads) {
-        const tbb::global_control control(tbb::global_control::max_allowed_parallelism, threads);
+    std::vector<Octree> trees;
+    withOneAndFourWorkers([&] {
         DynamicOctreeFactory factory(64);
         factory.add(numberedCloud(150000, 0.0f, 10.0f, 1));
         factory.add(numberedCloud(20000, -15.0f, 10.0f, 2));
         factory.add(numberedCloud(20000, 0.0f, 60.0f, 3));
-        return *factory.octree();
-    };
-    const Octree one = build(1);
-    const Octree four = build(4);
-    ASSERT_EQ(one.keys(), four.keys());
-    for (const auto& [key, node] : one.nodes()) {
-        EXPECT_EQ(node.children, four.node(key).children);
-        EXPECT_EQ(node.pc->positions(), four.node(key).pc->positions());
-        EXPECT_EQ(node.pc->scalars(), four.node(key).pc->scalars());
-    }
+        trees.push_back(*factory.octree());
+    });
+    expectSameNodes(trees[0], trees[1]);
 }
 
 /// Counts the trees that it is asked for, and follows the keys of growth.

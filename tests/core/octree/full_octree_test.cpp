@@ -7,6 +7,7 @@
 #include <ombrix/core/octree/morton.h>
 
 #include "tests/support/clouds.h"
+#include "tests/support/octree_checks.h"
 
 namespace {
 
@@ -16,12 +17,8 @@ using ombrix::test::NamedCloud;
 constexpr float EDGE = 64.0f;
 const Vector3f ORIGIN(-10.0f, 20.0f, 5.0f);
 
-Octree build(const PointCloud& cloud, unsigned int capacity, const Vector3d& shift = ORIGIN.cast<double>()) {
-    FullOctreeFactory factory(ORIGIN, EDGE, capacity);
-    factory.add(cloud, shift);
-    Octree octree;
-    factory(octree);
-    return octree;
+Octree build(const PointCloud& cloud, unsigned int capacity) {
+    return ombrix::test::fullTree(cloud, EDGE, capacity, ORIGIN);
 }
 
 /// Leaf key -> indices of its points in order, by splitting lists of points from the root down.
@@ -97,12 +94,7 @@ TEST(FullOctree, IsTheSameOnOneAndSeveralThreads) {
     const PointCloud cloud = ombrix::test::withAttributes(ombrix::test::clusteredPoints(300000, EDGE));
     std::vector<Octree> trees;
     ombrix::test::withOneAndFourWorkers([&] { trees.push_back(build(cloud, 50)); });
-    ASSERT_EQ(trees[0].keys(), trees[1].keys());
-    for (const std::uint64_t key : trees[0].keys()) {
-        ASSERT_EQ(trees[0].node(key).children, trees[1].node(key).children);
-        ASSERT_EQ(trees[0].node(key).pc->scalars(), trees[1].node(key).pc->scalars());
-        ASSERT_EQ(trees[0].node(key).pc->positions(), trees[1].node(key).pc->positions());
-    }
+    ombrix::test::expectSameNodes(trees[0], trees[1]);
 }
 
 TEST(FullOctree, OfNoPointsHasTheBoxAndNoNodes) {

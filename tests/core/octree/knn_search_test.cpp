@@ -1,6 +1,5 @@
 #include <tuple>
 
-#include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/knn_search.h>
 
 #include "tests/support/octree_checks.h"
@@ -8,6 +7,7 @@
 namespace {
 
 using namespace ombrix::core;
+using ombrix::test::fullTree;
 using ombrix::test::numberedCloud;
 
 /// (squared distance, node key, index) of the k nearest points, by looking at all of them.
@@ -48,14 +48,6 @@ void expectSameAsBruteForce(Octree& octree, const Vector3f& query, int depth, un
         EXPECT_NEAR((points[i].position - query).squaredNorm(), sqDist, 1e-5 * (1.0 + sqDist));
         EXPECT_EQ(points[i].scalar, octree.node(key).pc->scalars()[index]);
     }
-}
-
-Octree fullTree(const PointCloud& cloud, float edge, unsigned int capacity) {
-    FullOctreeFactory factory(Vector3f::Zero(), edge, capacity);
-    factory.add(cloud);
-    Octree octree;
-    factory(octree);
-    return octree;
 }
 
 /// Spreads the points over the levels as a nested tree has them: every third goes up to a random ancestor.

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <ombrix/core/octree/aabb.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/morton.h>
 
@@ -100,17 +99,6 @@ TEST(FactoryBox, KeepsItsTopAndTakesTheLargestSide) {
     EXPECT_EQ(factory.top(), Vector3f(5, 6, 7));
     factory.setOriginTop(Vector3f(0, 0, 0), Vector3f(2, 1, 5));
     EXPECT_EQ(factory.extend(), 5.0f);
-    EXPECT_EQ(OctreeFactory::MAX_DEPTH, 21u);
-}
-
-TEST(AabbBox, EnclosesAndConverts) {
-    Aabb box;
-    box.setCenterRadius(Vector3d(1, 2, 3), Vector3d(1, 1, 2));
-    box.enclose(Vector3d(1, 2, 3));
-    EXPECT_EQ(box.min, Vector3d(0, 1, 1));
-    box.enclose(Vector3d(-4, 2, 9));
-    EXPECT_EQ(box.center(), Vector3d(-1, 2, 5));
-    EXPECT_EQ(box.radius(), Vector3d(3, 1, 4));
 }
 
 }  // namespace

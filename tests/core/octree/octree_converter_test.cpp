@@ -2,7 +2,6 @@
 
 #include <tbb/global_control.h>
 
-#include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/octree/octree_converter.h>
 
@@ -33,11 +32,7 @@ Octree nestedTree(const PointCloud& cloud) {
 }
 
 Octree fullTree(const PointCloud& cloud, unsigned int threshold) {
-    FullOctreeFactory factory(Vector3f(-1, 2, 3), EDGE, threshold);
-    factory.add(cloud, Vector3d(-1, 2, 3));
-    Octree octree;
-    factory(octree);
-    return octree;
+    return ombrix::test::fullTree(cloud, EDGE, threshold, Vector3f(-1, 2, 3));
 }
 
 std::multiset<float> numbersOf(const Octree::Node& node) {

@@ -1,10 +1,8 @@
 #include <numeric>
 
-#include <tbb/global_control.h>
-
-#include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/point_cloud_morton.h>
 
+#include "tests/support/clouds.h"
 #include "tests/support/octree_checks.h"
 
 namespace {
@@ -80,13 +78,8 @@ TEST(PointCloudMorton, RangesPartitionTheCloudAtEveryDepth) {
 
 TEST(PointCloudMorton, FeedsTheRecursiveBuild) {
     const PointCloud source = testCloud(Vector3f::Zero());
-    FullOctreeFactory factory(Vector3f::Zero(), 8.0f, 10);
-    factory.add(source);
-    Octree expected;
-    factory(expected);
-
-    for (const std::size_t threads : {1u, 4u}) {
-        const tbb::global_control control(tbb::global_control::max_allowed_parallelism, threads);
+    const Octree expected = ombrix::test::fullTree(source, 8.0f, 10);
+    ombrix::test::withOneAndFourWorkers([&] {
         const PointCloudMorton sorted(source, Vector3f::Zero(), 8.0f);
         Octree octree;
         OctreeConverter::recursiveBuild(sorted.cloud(), sorted.pairs(), {0, sorted.size() - 1, 1, 0}, 10,
@@ -96,7 +89,7 @@ TEST(PointCloudMorton, FeedsTheRecursiveBuild) {
             EXPECT_EQ(octree.node(key).children, node.children);
             EXPECT_EQ(octree.node(key).pc->scalars(), node.pc->scalars());
         }
-    }
+    });
 }
 
 TEST(PointCloudMorton, TakesEmptyAndUnevenClouds) {

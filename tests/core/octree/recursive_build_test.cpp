@@ -54,16 +54,6 @@ TEST(SortByCode, AgreesWithAStableSort) {
     }
 }
 
-TEST(MortonPairs, StandInTheOrderOfTheIndices) {
-    ombrix::test::withOneAndFourWorkers([] {
-        const Pairs pairs = detail::mortonPairs(100000, [](std::uint64_t i) { return 7 * i; });
-        ASSERT_EQ(pairs.size(), 100000u);
-        for (std::uint64_t i = 0; i < pairs.size(); ++i) {
-            ASSERT_EQ(pairs[i], std::make_pair(i, 7 * i));
-        }
-    });
-}
-
 struct Sorted {
     PointCloud cloud = ombrix::test::withAttributes(ombrix::test::uniformPoints(1000, 1.0f));
     Pairs pairs = detail::mortonPairs(1000, [this](std::uint64_t i) {
@@ -110,7 +100,6 @@ TEST(RecursiveBuild, TakesAChunkThatEndsBeforeItStartsAsEmpty) {
     OctreeConverter::recursiveBuild(PointCloud(), Pairs(), {0, ~std::uint64_t{0}, 1, 0}, 5, false, octree);
     OctreeConverter::recursiveBuild(sorted.cloud, sorted.pairs, {7, 6, 1, 0}, 5, false, octree);
     EXPECT_EQ(octree.keyCount(), 0u);
-    EXPECT_EQ(OctreeConverter::MASK_EQUAL, 0x7000000000000000u);
 }
 
 }  // namespace
