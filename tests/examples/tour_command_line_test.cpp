@@ -18,16 +18,6 @@ void expectFailure(const std::string& arguments, int status, const std::string& 
 
 }  // namespace
 
-TEST(TourCommandLine, HelpNamesEveryOption) {
-    const Outcome outcome = run(TOUR_PROGRAM, "--help");
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "");
-    for (const char* option :
-         {"--output", "--tree", "--leaf", "--slices", "--budget", "--min-size", "--frames", "--flight",
-          "--size", "--fov", "--splat", "--shading", "--color", "--map", "--sheet"})
-        EXPECT_NE(outcome.out.find(option), std::string::npos) << option;
-}
-
 TEST(TourCommandLine, RefusesWhatItDoesNotKnow) {
     expectFailure("--banana", 2, "unknown option '--banana'");
     expectFailure("-x 3", 2, "unknown option '-x'");

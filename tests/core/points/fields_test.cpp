@@ -49,12 +49,6 @@ TEST(FieldContainer, HashesNamesByFnv1a) {
     EXPECT_EQ(hash("foobar"), 0x85944171f73967e8u);
 }
 
-TEST(FieldContainer, TabulatesThePredefinedFields) {
-    EXPECT_EQ(FIELD_TABLE[0], std::make_pair(std::string("normal"), std::type_index(typeid(Vector3f))));
-    EXPECT_EQ(FIELD_TABLE[1], std::make_pair(std::string("distance"), std::type_index(typeid(float))));
-    EXPECT_EQ(FIELD_TABLE[2], std::make_pair(std::string("ambient"), std::type_index(typeid(float))));
-}
-
 TEST(FieldArray, DescribesItsScalarNotItsElement) {
     FieldContainer fields;
     const auto vectors = fields.addField<Vector3d>("vectors").first;
@@ -100,19 +94,6 @@ TEST(FieldArray, CopiesAndAppendsOnlyItsOwnElementType) {
     x->copy(*vectors);
     x->copySelected(*vectors, {0});
     EXPECT_EQ(x->data(), y->data()) << "another element type must change nothing";
-}
-
-TEST(FieldArray, WorksOnItself) {
-    FieldContainer fields;
-    const auto x = numbers(fields, "x", {1, 2, 3});
-    x->append(*x);
-    x->appendRange(*x, 1, 2);
-    x->appendSelected(*x, {7, 0});
-    EXPECT_EQ(x->data(), (std::vector<float>{1, 2, 3, 1, 2, 3, 2, 3, 3, 1}));
-    x->copySelected(*x, {9, 8, 1});
-    EXPECT_EQ(x->data(), (std::vector<float>{1, 3, 2}));
-    x->copy(*x);
-    EXPECT_EQ(x->size(), 3u);
 }
 
 TEST(FieldContainer, AppendsUnionsAndSkipsOtherTypes) {
