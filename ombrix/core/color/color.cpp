@@ -16,9 +16,13 @@ std::int32_t truncateToInt(float value) {
     return static_cast<std::int32_t>(value);
 }
 
-std::uint8_t toChannel8(float value) { return static_cast<std::uint8_t>(truncateToInt(value)); }
+std::uint8_t toChannel8(float value) {
+    return static_cast<std::uint8_t>(truncateToInt(value));
+}
 
-std::uint16_t toChannel16(float value) { return static_cast<std::uint16_t>(truncateToInt(value)); }
+std::uint16_t toChannel16(float value) {
+    return static_cast<std::uint16_t>(truncateToInt(value));
+}
 
 std::uint16_t widenChannel(std::uint8_t channel) {
     return toChannel16(static_cast<float>(channel) / 255.0f * 65535.0f);
@@ -64,9 +68,13 @@ ColorRGB_F ColorRGB::RGBtoRGB_F() {
     return {static_cast<float>(r) / 255.0f, static_cast<float>(g) / 255.0f, static_cast<float>(b) / 255.0f};
 }
 
-ColorRGB_16 ColorRGB::RGBtoRGB_16() { return {widenChannel(r), widenChannel(g), widenChannel(b)}; }
+ColorRGB_16 ColorRGB::RGBtoRGB_16() {
+    return {widenChannel(r), widenChannel(g), widenChannel(b)};
+}
 
-ColorRGB_565 ColorRGB::RGBtoRGB_565() { return {r, g, b}; }
+ColorRGB_565 ColorRGB::RGBtoRGB_565() {
+    return {r, g, b};
+}
 
 ColorHSV ColorRGB::RGBToHSV() {
     const ColorRGB_F c = RGBtoRGB_F();

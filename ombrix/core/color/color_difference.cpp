@@ -5,7 +5,9 @@
 namespace ombrix::core {
 namespace {
 
-float squared(float value) { return static_cast<float>(std::pow(static_cast<double>(value), 2.0)); }
+float squared(float value) {
+    return static_cast<float>(std::pow(static_cast<double>(value), 2.0));
+}
 
 /// c⁷ / (c⁷ + 25⁷), the chroma term that both G and RC are made of.
 double chromaTerm(float chroma) {
@@ -28,7 +30,9 @@ float hueDifference(float h1, float h2) {
 
 }  // namespace
 
-float ColorLab::norm() { return std::sqrt(L * L + a * a + b * b); }
+float ColorLab::norm() {
+    return std::sqrt(L * L + a * a + b * b);
+}
 
 float ColorLab::CIE76Difference(const ColorLab& other) const {
     const float dL = L - other.L;
@@ -37,7 +41,9 @@ float ColorLab::CIE76Difference(const ColorLab& other) const {
     return std::sqrt(dL * dL + da * da + db * db);
 }
 
-float ColorLab::ColorDifference(const ColorLab& other) const { return CIE76Difference(other); }
+float ColorLab::ColorDifference(const ColorLab& other) const {
+    return CIE76Difference(other);
+}
 
 float ColorLab::CIEDE2000Difference(const ColorLab& other) const {
     if (*this == other) {

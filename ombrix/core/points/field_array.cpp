@@ -2,8 +2,8 @@
 #include <type_traits>
 #include <typeinfo>
 
-#include <ombrix/core/points/fields.h>
 #include <ombrix/core/points/append_detail.h>
+#include <ombrix/core/points/fields.h>
 
 namespace ombrix::core {
 namespace {

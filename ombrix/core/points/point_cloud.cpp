@@ -63,7 +63,9 @@ void PointCloud::free() {
     fields_.release();
 }
 
-Point PointCloud::point(std::uint64_t i) const { return detail::PointReader(*this).point(i); }
+Point PointCloud::point(std::uint64_t i) const {
+    return detail::PointReader(*this).point(i);
+}
 
 Pointd PointCloud::pointd(std::uint64_t i) const {
     Point p = point(i);
@@ -79,7 +81,9 @@ Pointd PointCloud::pointd(std::uint64_t i) const {
     return out;
 }
 
-bool PointCloud::hasNormals() const { return fields_.contains(FIELD_NORMAL); }
+bool PointCloud::hasNormals() const {
+    return fields_.contains(FIELD_NORMAL);
+}
 
 std::vector<Vector3f>& PointCloud::normals() {
     fields_.addField<Vector3f>(FIELD_NORMAL);
