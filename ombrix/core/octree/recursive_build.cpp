@@ -164,11 +164,11 @@ void build(const PointCloud& cloud, const Pairs& pairs, const NodeChunk& chunk, 
                         std::min(count, NODES_PER_FULL_LEAF * (count / (std::uint64_t{threshold} + 1))));
     try {
         cut(pairs, chunk, threshold, out, leaves);
+        leaves.wait();
     } catch (...) {
         leaves.cancel();
         throw;
     }
-    leaves.wait();
 }
 
 }  // namespace
