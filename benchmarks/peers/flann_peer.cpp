@@ -8,7 +8,7 @@
 
 #include <ombrix/core/analysis/resolution.h>
 
-#include <benchmarks/support/analysis_clouds.h>
+#include <benchmarks/support/bench_cloud.h>
 
 namespace ombrix::benchmarks {
 namespace {
@@ -16,7 +16,7 @@ namespace {
 using namespace ombrix::core;
 
 void MeanNearestDistance_ombrix(benchmark::State& state) {
-    const PointCloud& cloud = sharedTerrain(state.range(0));
+    const core::PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         benchmark::DoNotOptimize(ResolutionEstimator::mean_dist(cloud.positions()));
     }
@@ -24,7 +24,7 @@ void MeanNearestDistance_ombrix(benchmark::State& state) {
 }
 
 void MeanNearestDistance_flann(benchmark::State& state) {
-    PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     const std::size_t n = cloud.size();
     flann::Matrix<float> data(cloud.positions().front().data(), n, 3);
     std::vector<int> indices(2 * n);
@@ -49,12 +49,8 @@ void MeanNearestDistance_flann(benchmark::State& state) {
     pointRate(state);
 }
 
-void sizes(benchmark::internal::Benchmark* b) {
-    b->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
-}
-
-BENCHMARK(MeanNearestDistance_ombrix)->Apply(sizes);
-BENCHMARK(MeanNearestDistance_flann)->Apply(sizes);
+BENCHMARK(MeanNearestDistance_ombrix)->Apply(pointSizes);
+BENCHMARK(MeanNearestDistance_flann)->Apply(pointSizes);
 
 }  // namespace
 }  // namespace ombrix::benchmarks

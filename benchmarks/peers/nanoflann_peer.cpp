@@ -15,7 +15,7 @@
 #include <ombrix/core/analysis/normal_estimator.h>
 #include <ombrix/core/analysis/resolution.h>
 
-#include <benchmarks/support/analysis_clouds.h>
+#include <benchmarks/support/bench_cloud.h>
 
 namespace ombrix::benchmarks {
 namespace {
@@ -55,7 +55,7 @@ const Direct& sharedDirect(std::int64_t n) {
     static std::map<std::int64_t, std::unique_ptr<Direct>> trees;
     auto& tree = trees[n];
     if (!tree) {
-        tree = std::make_unique<Direct>(sharedTerrain(n).positions());
+        tree = std::make_unique<Direct>(benchPoints(n));
     }
     return *tree;
 }
@@ -64,7 +64,7 @@ const KDTree& sharedTree(std::int64_t n) {
     static std::map<std::int64_t, std::unique_ptr<KDTree>> trees;
     auto& tree = trees[n];
     if (!tree) {
-        tree = std::make_unique<KDTree>(sharedTerrain(n));
+        tree = std::make_unique<KDTree>(benchCloud(n));
     }
     return *tree;
 }
@@ -81,7 +81,7 @@ void expectAgreement(benchmark::State& state, double ours, double theirs, double
 }
 
 void Build_ombrix(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     for (auto _ : state) {
         const KDTree tree(points);
         benchmark::DoNotOptimize(&tree);
@@ -90,7 +90,7 @@ void Build_ombrix(benchmark::State& state) {
 }
 
 void Build_nanoflann(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     for (auto _ : state) {
         const Direct tree(points);
         benchmark::DoNotOptimize(&tree);
@@ -99,7 +99,7 @@ void Build_nanoflann(benchmark::State& state) {
 }
 
 void Knn16_ombrix(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     const KDTree& tree = sharedTree(state.range(0));
     std::vector<std::size_t> indices;
     std::vector<float> sqDists;
@@ -121,7 +121,7 @@ void Knn16_ombrix(benchmark::State& state) {
 }
 
 void Knn16_nanoflann(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     const Direct& tree = sharedDirect(state.range(0));
     std::vector<std::size_t> indices(K);
     std::vector<float> sqDists(K);
@@ -136,7 +136,7 @@ void Knn16_nanoflann(benchmark::State& state) {
 }
 
 void RadiusSorted_ombrix(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     const KDTree& tree = sharedTree(state.range(0));
     const float radius = densityRadius(state.range(0));
     std::vector<std::pair<std::size_t, float>> found;
@@ -150,7 +150,7 @@ void RadiusSorted_ombrix(benchmark::State& state) {
 }
 
 void RadiusSorted_nanoflann(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     const Direct& tree = sharedDirect(state.range(0));
     const float radius = densityRadius(state.range(0));
     std::vector<std::pair<std::size_t, float>> found;
@@ -164,7 +164,7 @@ void RadiusSorted_nanoflann(benchmark::State& state) {
 }
 
 void MeanNearestDistance_ombrix(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     std::pair<float, float> result;
     for (auto _ : state) {
         result = ResolutionEstimator::mean_dist(points);
@@ -182,7 +182,7 @@ void MeanNearestDistance_ombrix(benchmark::State& state) {
 }
 
 void MeanNearestDistance_nanoflann(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     for (auto _ : state) {
         const Direct tree(points);
         std::vector<float> nearest(points.size());
@@ -200,7 +200,7 @@ void MeanNearestDistance_nanoflann(benchmark::State& state) {
 }
 
 void SurfaceDensity_ombrix(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     const float radius = densityRadius(state.range(0));
     Density density;
     for (auto _ : state) {
@@ -218,7 +218,7 @@ void SurfaceDensity_ombrix(benchmark::State& state) {
 }
 
 void SurfaceDensity_nanoflann(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     const float radius = densityRadius(state.range(0));
     for (auto _ : state) {
         const Direct tree(points);
@@ -236,7 +236,7 @@ void SurfaceDensity_nanoflann(benchmark::State& state) {
 }
 
 void Normals16_ombrix(benchmark::State& state) {
-    PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         NormalEstimator::compute(cloud, K);
     }
@@ -244,7 +244,7 @@ void Normals16_ombrix(benchmark::State& state) {
 }
 
 void Normals16_nanoflann(benchmark::State& state) {
-    const auto& points = sharedTerrain(state.range(0)).positions();
+    const auto& points = benchPoints(state.range(0));
     std::vector<Vector3f> normals(points.size());
     for (auto _ : state) {
         const Direct tree(points);
@@ -258,7 +258,7 @@ void Normals16_nanoflann(benchmark::State& state) {
         });
     }
     // Of several neighbours at exactly the same distance nanoflann may keep another one.
-    PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     NormalEstimator::compute(cloud, K);
     std::size_t apart = 0;
     for (std::size_t i = 0; i < points.size(); ++i) {
@@ -270,22 +270,18 @@ void Normals16_nanoflann(benchmark::State& state) {
     pointRate(state);
 }
 
-void all(benchmark::internal::Benchmark* b) {
-    b->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
-}
-
-BENCHMARK(Build_ombrix)->Apply(all);
-BENCHMARK(Build_nanoflann)->Apply(all);
-BENCHMARK(Knn16_ombrix)->Apply(all);
-BENCHMARK(Knn16_nanoflann)->Apply(all);
-BENCHMARK(RadiusSorted_ombrix)->Apply(all);
-BENCHMARK(RadiusSorted_nanoflann)->Apply(all);
-BENCHMARK(MeanNearestDistance_ombrix)->Apply(all);
-BENCHMARK(MeanNearestDistance_nanoflann)->Apply(all);
-BENCHMARK(SurfaceDensity_ombrix)->Apply(all);
-BENCHMARK(SurfaceDensity_nanoflann)->Apply(all);
-BENCHMARK(Normals16_ombrix)->Apply(all);
-BENCHMARK(Normals16_nanoflann)->Apply(all);
+BENCHMARK(Build_ombrix)->Apply(pointSizes);
+BENCHMARK(Build_nanoflann)->Apply(pointSizes);
+BENCHMARK(Knn16_ombrix)->Apply(pointSizes);
+BENCHMARK(Knn16_nanoflann)->Apply(pointSizes);
+BENCHMARK(RadiusSorted_ombrix)->Apply(pointSizes);
+BENCHMARK(RadiusSorted_nanoflann)->Apply(pointSizes);
+BENCHMARK(MeanNearestDistance_ombrix)->Apply(pointSizes);
+BENCHMARK(MeanNearestDistance_nanoflann)->Apply(pointSizes);
+BENCHMARK(SurfaceDensity_ombrix)->Apply(pointSizes);
+BENCHMARK(SurfaceDensity_nanoflann)->Apply(pointSizes);
+BENCHMARK(Normals16_ombrix)->Apply(pointSizes);
+BENCHMARK(Normals16_nanoflann)->Apply(pointSizes);
 
 }  // namespace
 }  // namespace ombrix::benchmarks

@@ -13,14 +13,14 @@
 
 #include <ombrix/core.h>
 
-#include "benchmarks/support/terrain.h"
+#include "benchmarks/support/bench_cloud.h"
 
 namespace {
 
 using namespace ombrix::core;
+using ombrix::benchmarks::cubeEdge;
 
 constexpr unsigned int CAPACITY = 128;
-constexpr float EDGE = 1000.0f;
 
 void report(benchmark::State& state, std::size_t points, std::size_t largestLeaf, std::size_t leaves) {
     if (points != static_cast<std::size_t>(state.range(0)) || largestLeaf > CAPACITY) {
@@ -31,12 +31,12 @@ void report(benchmark::State& state, std::size_t points, std::size_t largestLeaf
 }
 
 void Ombrix(benchmark::State& state) {
-    const PointCloud& cloud = ombrix::benchmarks::keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = ombrix::benchmarks::benchCloud(state.range(0));
     std::size_t points = 0;
     std::size_t largest = 0;
     std::size_t leaves = 0;
     for (auto _ : state) {
-        FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
+        FullOctreeFactory factory(Vector3f::Zero(), cubeEdge(state.range(0)), CAPACITY);
         Octree octree;
         factory.add(cloud);
         factory(octree);
@@ -47,7 +47,7 @@ void Ombrix(benchmark::State& state) {
             largest = std::max<std::size_t>(largest, node.pc->size());
         }
         octree = Octree();
-        factory = FullOctreeFactory(Vector3f::Zero(), EDGE, CAPACITY);
+        factory = FullOctreeFactory(Vector3f::Zero(), cubeEdge(state.range(0)), CAPACITY);
         state.ResumeTiming();
     }
     report(state, points, largest, leaves);
@@ -57,7 +57,7 @@ void Cgal(benchmark::State& state) {
     using Kernel = CGAL::Simple_cartesian<float>;
     using Points = std::vector<Kernel::Point_3>;
     Points source;
-    for (const Vector3f& p : ombrix::benchmarks::keptTerrainCloud(state.range(0)).positions()) {
+    for (const Vector3f& p : ombrix::benchmarks::benchCloud(state.range(0)).positions()) {
         source.emplace_back(p.x(), p.y(), p.z());
     }
     std::size_t points = 0;
@@ -83,14 +83,14 @@ void Cgal(benchmark::State& state) {
 
 void Pcl(benchmark::State& state) {
     const auto cloud = pcl::make_shared<pcl::PointCloud<pcl::PointXYZ>>();
-    for (const Vector3f& p : ombrix::benchmarks::keptTerrainCloud(state.range(0)).positions()) {
+    for (const Vector3f& p : ombrix::benchmarks::benchCloud(state.range(0)).positions()) {
         cloud->emplace_back(p.x(), p.y(), p.z());
     }
     std::size_t points = 0;
     std::size_t largest = 0;
     std::size_t leaves = 0;
     for (auto _ : state) {
-        pcl::octree::OctreePointCloud<pcl::PointXYZ> octree(EDGE / 2097152.0);
+        pcl::octree::OctreePointCloud<pcl::PointXYZ> octree(cubeEdge(state.range(0)) / 2097152.0);
         octree.enableDynamicDepth(CAPACITY);
         octree.setInputCloud(cloud);
         octree.addPointsFromInputCloud();
@@ -108,10 +108,11 @@ void Pcl(benchmark::State& state) {
 }
 
 void ParallelSort(benchmark::State& state) {
-    const PointCloud& cloud = ombrix::benchmarks::keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = ombrix::benchmarks::benchCloud(state.range(0));
     std::vector<std::pair<std::uint64_t, std::uint64_t>> unsorted(cloud.size());
     for (std::uint64_t i = 0; i < cloud.size(); ++i) {
-        unsorted[i] = {i, OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), EDGE).key};
+        unsorted[i] = {
+            i, OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), cubeEdge(state.range(0))).key};
     }
     for (auto _ : state) {
         state.PauseTiming();
@@ -124,10 +125,10 @@ void ParallelSort(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-constexpr std::int64_t POINTS = 10'000'000;
-BENCHMARK(Ombrix)->Arg(POINTS)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
-BENCHMARK(ParallelSort)->Arg(POINTS)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
-BENCHMARK(Cgal)->Arg(POINTS)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
-BENCHMARK(Pcl)->Arg(POINTS)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+using ombrix::benchmarks::pointSizes;
+BENCHMARK(Ombrix)->Apply(pointSizes);
+BENCHMARK(ParallelSort)->Apply(pointSizes);
+BENCHMARK(Cgal)->Apply(pointSizes);
+BENCHMARK(Pcl)->Apply(pointSizes);
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include <ombrix/core/analysis/normal_estimator.h>
 #include <ombrix/core/analysis/resolution.h>
 
-#include <benchmarks/support/analysis_clouds.h>
+#include <benchmarks/support/bench_cloud.h>
 
 namespace ombrix::benchmarks {
 namespace {
@@ -26,7 +26,7 @@ open3d::geometry::PointCloud converted(const core::PointCloud& cloud) {
 }
 
 void Normals16_ombrix(benchmark::State& state) {
-    core::PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         NormalEstimator::compute(cloud, 16);
     }
@@ -34,7 +34,7 @@ void Normals16_ombrix(benchmark::State& state) {
 }
 
 void Normals16_open3d(benchmark::State& state) {
-    core::PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     open3d::geometry::PointCloud peer = converted(cloud);
     for (auto _ : state) {
         peer.normals_.clear();
@@ -52,7 +52,7 @@ void Normals16_open3d(benchmark::State& state) {
 }
 
 void MeanNearestDistance_ombrix(benchmark::State& state) {
-    const core::PointCloud& cloud = sharedTerrain(state.range(0));
+    const core::PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         benchmark::DoNotOptimize(ResolutionEstimator::mean_dist(cloud.positions()));
     }
@@ -60,7 +60,7 @@ void MeanNearestDistance_ombrix(benchmark::State& state) {
 }
 
 void MeanNearestDistance_open3d(benchmark::State& state) {
-    const core::PointCloud& cloud = sharedTerrain(state.range(0));
+    const core::PointCloud& cloud = benchCloud(state.range(0));
     const open3d::geometry::PointCloud peer = converted(cloud);
     double mean = 0.0;
     for (auto _ : state) {
@@ -74,14 +74,10 @@ void MeanNearestDistance_open3d(benchmark::State& state) {
     pointRate(state);
 }
 
-void sizes(benchmark::internal::Benchmark* b) {
-    b->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
-}
-
-BENCHMARK(Normals16_ombrix)->Apply(sizes);
-BENCHMARK(Normals16_open3d)->Apply(sizes);
-BENCHMARK(MeanNearestDistance_ombrix)->Apply(sizes);
-BENCHMARK(MeanNearestDistance_open3d)->Apply(sizes);
+BENCHMARK(Normals16_ombrix)->Apply(pointSizes);
+BENCHMARK(Normals16_open3d)->Apply(pointSizes);
+BENCHMARK(MeanNearestDistance_ombrix)->Apply(pointSizes);
+BENCHMARK(MeanNearestDistance_open3d)->Apply(pointSizes);
 
 }  // namespace
 }  // namespace ombrix::benchmarks

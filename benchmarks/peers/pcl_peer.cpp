@@ -9,7 +9,7 @@
 
 #include <ombrix/core/analysis/normal_estimator.h>
 
-#include <benchmarks/support/analysis_clouds.h>
+#include <benchmarks/support/bench_cloud.h>
 
 namespace ombrix::benchmarks {
 namespace {
@@ -17,7 +17,7 @@ namespace {
 using namespace ombrix::core;
 
 void Normals16_ombrix(benchmark::State& state) {
-    PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         NormalEstimator::compute(cloud, 16);
     }
@@ -25,7 +25,7 @@ void Normals16_ombrix(benchmark::State& state) {
 }
 
 void Normals16_pcl(benchmark::State& state) {
-    PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     pcl::PointCloud<pcl::PointXYZ>::Ptr input(new pcl::PointCloud<pcl::PointXYZ>);
     for (const Vector3f& p : cloud.positions()) {
         input->push_back({p.x(), p.y(), p.z()});
@@ -50,12 +50,8 @@ void Normals16_pcl(benchmark::State& state) {
     pointRate(state);
 }
 
-void sizes(benchmark::internal::Benchmark* b) {
-    b->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
-}
-
-BENCHMARK(Normals16_ombrix)->Apply(sizes);
-BENCHMARK(Normals16_pcl)->Apply(sizes);
+BENCHMARK(Normals16_ombrix)->Apply(pointSizes);
+BENCHMARK(Normals16_pcl)->Apply(pointSizes);
 
 }  // namespace
 }  // namespace ombrix::benchmarks

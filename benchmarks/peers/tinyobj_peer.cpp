@@ -9,7 +9,7 @@
 
 #include <ombrix/mesh.h>
 
-#include "benchmarks/mesh_bench_data.h"
+#include "benchmarks/support/bumpy_torus.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ using ombrix::mesh::TriMesh;
 const std::string& meshFile() {
     static const std::string path = [] {
         const auto file = std::filesystem::temp_directory_path() / "ombrix_tinyobj_peer.obj";
-        (void)bench::bumpyTorus().writeOBJ(file.string(), ombrix::mesh::ObjWriteOptions{});
+        (void)ombrix::benchmarks::bumpyTorus().writeOBJ(file.string(), ombrix::mesh::ObjWriteOptions{});
         std::atexit([] { std::filesystem::remove(meshFile()); });
         return file.string();
     }();
@@ -27,7 +27,8 @@ const std::string& meshFile() {
 }
 
 void check(benchmark::State& state, std::size_t vertices, std::size_t faces) {
-    if (vertices != bench::bumpyTorus().vertices.size() || faces != bench::bumpyTorus().faces.size()) {
+    if (vertices != ombrix::benchmarks::bumpyTorus().vertices.size() ||
+        faces != ombrix::benchmarks::bumpyTorus().faces.size()) {
         state.SkipWithError("the mesh did not come back whole");
     }
 }

@@ -5,15 +5,15 @@
 
 #include <ombrix/mesh/tri_mesh.h>
 
-namespace bench {
+namespace ombrix::benchmarks {
 
 /// A torus with bumps: 500,000 vertices and one million triangles in random-looking but fixed shape, about
 /// 3 units wide.
-inline const ombrix::mesh::TriMesh& bumpyTorus() {
-    static const ombrix::mesh::TriMesh mesh = [] {
+inline const mesh::TriMesh& bumpyTorus() {
+    static const mesh::TriMesh made = [] {
         constexpr std::uint32_t AROUND = 1000, ACROSS = 500;
         constexpr double TURN = 2 * std::numbers::pi;
-        ombrix::mesh::TriMesh torus;
+        mesh::TriMesh torus;
         torus.vertices.reserve(AROUND * ACROSS);
         torus.faces.reserve(2 * AROUND * ACROSS);
         for (std::uint32_t i = 0; i < AROUND; ++i) {
@@ -32,7 +32,7 @@ inline const ombrix::mesh::TriMesh& bumpyTorus() {
         }
         return torus;
     }();
-    return mesh;
+    return made;
 }
 
-}  // namespace bench
+}  // namespace ombrix::benchmarks
