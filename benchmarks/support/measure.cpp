@@ -12,7 +12,7 @@ namespace ombrix::benchmarks {
 namespace {
 
 constexpr std::int64_t SLOW_ONCE_FROM = 5'000'000;
-constexpr std::int64_t SLOW_UP_TO = 10'000'000;
+constexpr std::int64_t CAP = 10'000'000;
 
 bool anyFailed = false;
 
@@ -42,7 +42,7 @@ void registerMeasure(const Row& row, const std::string& library, Pace pace, RunM
         return;
     }
     for (const std::int64_t size : pointCounts()) {
-        if (pace == Pace::QUICK || size <= SLOW_UP_TO) {
+        if (pace == Pace::QUICK || size <= CAP) {
             add(size);
         }
     }
@@ -63,8 +63,11 @@ void compareAnswers(benchmark::State& state, const Row& row, const std::string& 
     }
     if (static_cast<double>(differing) > row.mayDiffer * static_cast<double>(answer.size())) {
         anyFailed = true;
-        const std::string message = std::to_string(differing) + " of " + std::to_string(answer.size()) +
-                                    " answers differ from those of " + first.library;
+        std::string message = std::to_string(differing) + " of " + std::to_string(answer.size()) +
+                              " answers differ from those of " + first.library;
+        if (answer.size() == 1 && first.answer.size() == 1) {
+            message += ": " + std::to_string(answer[0]) + ", " + std::to_string(first.answer[0]);
+        }
         state.SkipWithError(message.c_str());
     }
 }

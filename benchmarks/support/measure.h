@@ -27,9 +27,9 @@ struct Row {
     std::int64_t triangles = 0;  ///< of a row over a mesh; 0: the sizes are numbers of points
 };
 
-/// How long a measure takes: a slow one is not tried beyond 10 million points, and from 5 million on not
-/// repeated.
-enum class Pace { QUICK, SLOW };
+/// How far a measure goes: a capped one is not tried beyond 10 million points; a slow one is capped, too,
+/// and from 5 million points on taken once.
+enum class Pace { QUICK, CAPPED, SLOW };
 
 using RunMeasure = std::function<void(benchmark::State&)>;
 void registerMeasure(const Row& row, const std::string& library, Pace pace, RunMeasure run);

@@ -43,7 +43,7 @@ inline constexpr Row READ_OBJ{"obj_read", SINGLE, 0.0, 1'000'000};  ///< vertice
 inline constexpr Row WRITE_OBJ{"obj_write", SINGLE, 0.0,
                                1'000'000};                         ///< the same of the file when read again
 inline constexpr Row VOXELS{"mesh_voxels", 5e-3, 0.0, 1'000'000};  ///< occupied voxels
-inline constexpr Row SMALL_VOXELS{"small_mesh_voxels", 5e-3, 0.0, 10'000};  ///< occupied voxels
+inline constexpr Row SMALL_VOXELS{"small_mesh_voxels", 1e-2, 0.0, 10'000};  ///< occupied voxels
 
 // The machine's limits
 inline constexpr Row HASH{"hash64"};
