@@ -151,6 +151,11 @@ void DynamicOctreeFactory::factory() {
         }
     }
     tbb::parallel_for(std::size_t{0}, held.size(), [&](std::size_t i) {
+        // The clouds lie anywhere in memory: have the next ones fetched meanwhile.
+        if (i + 8 < held.size()) {
+            __builtin_prefetch(held[i + 8]->pc.get());
+            __builtin_prefetch(held[i + 4]->pc->positions().data());
+        }
         const Vector3f corner = octree_->node_origin(*held[i]);
         held[i]->flags &= static_cast<std::uint8_t>(~detail::NODE_RELATIVE);
         for (Vector3f& p : held[i]->pc->positions()) {
