@@ -9,7 +9,7 @@ namespace ombrix::core::detail {
 namespace {
 
 constexpr std::size_t FEW = 1u << 13;            // arrivals that are not worth a task of their own
-constexpr std::size_t MAX_PREFETCHED = 1u << 8;  // arrivals, more would not stay in the caches
+constexpr std::size_t MAX_PREFETCHED = 1u << 6;  // arrivals, more would not stay in the caches
 
 /// Has the memory of the arriving points fetched: they lie anywhere in their cloud.
 void prefetch(const Arrivals& arrivals) {

@@ -3,6 +3,7 @@
 #include <spdlog/logger.h>
 #include <tbb/parallel_for.h>
 
+#include <ombrix/core/octree/cell_key_detail.h>
 #include <ombrix/core/octree/dynamic_descent_detail.h>
 #include <ombrix/core/octree/dynamic_octree_factory.h>
 #include <ombrix/core/octree/morton.h>
@@ -122,7 +123,7 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
 
     // Key and sort, equal codes by index
     auto pairs = detail::mortonPairs(cloud.size(), [&](std::uint64_t i) {
-        return morton_keyd(cloud.positions()[i].cast<double>() + offset, extend).key;
+        return detail::cellKey(cloud.positions()[i].cast<double>() + offset, extend).key;
     });
     detail::sortByCode(pairs);
     std::vector<Pair> scattered;

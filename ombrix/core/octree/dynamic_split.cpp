@@ -3,6 +3,7 @@
 
 #include <tbb/parallel_for.h>
 
+#include <ombrix/core/octree/cell_key_detail.h>
 #include <ombrix/core/octree/dynamic_split_detail.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
@@ -28,7 +29,7 @@ public:
         : pairs_(scratch.pairs), moved_(scratch.moved) {
         const std::size_t count = cloud != nullptr ? cloud->size() : 0;
         const auto codeOf = [&](std::uint64_t i) {
-            return OctreeFactory::morton_keyd(cloud->positions()[i].cast<double>(), edge).key;
+            return cellKey(cloud->positions()[i].cast<double>(), edge).key;
         };
         pairs_.resize(count);
         if (count >= SORTED_FROM) {
@@ -196,7 +197,8 @@ void splitLeaf(const Octree& octree, const SplitLeaf& leaf, std::uint64_t maxPoi
         SplitNode& node = out[part.node];
         const Vector3d nodeAt = nodeCorner(octree, node.key).cast<double>();
         node.cloud = std::make_shared<PointCloud>();
-        node.cloud->reserve(part.size());
+        // A leaf that has taken points from several clouds is likely to take more.
+        node.cloud->reserve(part.size() * (own != nullptr && leaf.arrivals.size() != 0 ? 2 : 1));
         if (own != nullptr) {
             appendPoints(*node.cloud, *own, cutter.pairs() + part.first, part.last - part.first,
                          corner - nodeAt);

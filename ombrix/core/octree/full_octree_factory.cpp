@@ -1,5 +1,6 @@
 #include <vector>
 
+#include <ombrix/core/octree/cell_key_detail.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/octree_converter.h>
@@ -29,8 +30,10 @@ void FullOctreeFactory::factory(Octree& out) {
     copyStateTo(out, Octree::FULL);
 
     const std::vector<Vector3f>& positions = cloud_.positions();
-    OctreeConverter::PairVector pairs = detail::mortonPairs(
-        positions.size(), [&](std::uint64_t i) { return morton_keyd(positions[i].cast<double>()).key; });
+    const double extend = extend_;
+    OctreeConverter::PairVector pairs = detail::mortonPairs(positions.size(), [&](std::uint64_t i) {
+        return detail::cellKey(positions[i].cast<double>(), extend).key;
+    });
     detail::sortByCode(pairs);
     // Without points the last position wraps around and the run counts as empty.
     OctreeConverter::recursiveBuild(cloud_, pairs, {0, positions.size() - 1, 1, 0}, capacity_, false, out);
