@@ -138,7 +138,7 @@ void pick(benchmark::State& state, PickOrder order, double pixels) {
     const OctreeQuery query(octree);
     ViewFrustum frustum = camera(0);
     ViewFrustum::Pose pose = ViewFrustum::Pose::Identity();
-    pose.linear() = Eigen::AngleAxisf(2.3f, Vector3f::UnitX()).toRotationMatrix();
+    pose.linear() = Eigen::AngleAxisf(-2.45f, Vector3f::UnitX()).toRotationMatrix();
     pose.translation() = EDGE * Vector3f(0.5f, 0.1f, 0.8f);
     frustum.setPosition(pose);
     std::size_t hits = 0;
