@@ -55,7 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         map.insert({position, c}, update);
         points += known ? 0 : 1;
-        finite = finite && std::isfinite(c.r) && std::abs(c.r) < 1e30f && position >= 0.0f && position <= 1.0f;
+        finite =
+            finite && std::isfinite(c.r) && std::abs(c.r) < 1e30f && position >= 0.0f && position <= 1.0f;
         low = std::min(low, c.r);
         high = std::max(high, c.r);
     };
@@ -105,7 +106,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (finite && points > 0) {
         for (unsigned int k = 0; k < core::ColorMap::MAX_STEPS; ++k) {
             const float red = map.color(k).r;
-            require(within(red, std::min(low, 0.0f), std::max(high, 0.0f)), "colours between the control points'");
+            require(within(red, std::min(low, 0.0f), std::max(high, 0.0f)),
+                    "colours between the control points'");
         }
         if (points > 1 && map.step(0).position == 0.0f &&
             map.step(static_cast<unsigned int>(points) - 1).position == 1.0f) {

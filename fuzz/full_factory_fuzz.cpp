@@ -22,9 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const unsigned int capacity = input.below(8);
     const core::Vector3f origin = input.vector();
     const bool corners = input.flag();
-    core::FullOctreeFactory factory = corners
-                                          ? core::FullOctreeFactory(origin, input.vector(), capacity)
-                                          : core::FullOctreeFactory(origin, input.number(), capacity);
+    core::FullOctreeFactory factory = corners ? core::FullOctreeFactory(origin, input.vector(), capacity)
+                                              : core::FullOctreeFactory(origin, input.number(), capacity);
     std::uint64_t count = 0;
     while (!input.empty()) {
         const core::PointCloud cloud = fuzz::cloudOf(input, 32, count);

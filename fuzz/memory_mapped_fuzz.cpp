@@ -91,7 +91,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(mapped.isValid() == (length > 0) && mapped.mappedSize() == length, "the view's size");
         for (const std::uint64_t i : {std::uint64_t{0}, length / 2, length - 1}) {
             if (length > 0 && i < length && first + i < content.size()) {
-                require(mapped.at(i) == content[first + i] && mapped[i] == content[first + i], "the file's bytes");
+                require(mapped.at(i) == content[first + i] && mapped[i] == content[first + i],
+                        "the file's bytes");
             }
         }
         try {

@@ -19,7 +19,8 @@ bool sameFaces(const mesh::TriMesh& a, const mesh::TriMesh& b) {
 }
 
 void requireValid(const mesh::TriMesh& mesh) {
-    require(mesh.normals.empty() || mesh.normals.size() == mesh.vertices.size(), "a normal per vertex, or none");
+    require(mesh.normals.empty() || mesh.normals.size() == mesh.vertices.size(),
+            "a normal per vertex, or none");
     for (const mesh::Face& face : mesh.faces) {
         for (const std::uint32_t index : face.index) {
             require(index < mesh.vertices.size(), "faces name vertices");
@@ -52,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     mesh::TriMesh twice = mesh;
-    require(twice.readOBJ(path, {.triangulate = false, .normals = false}).ok(), "reading behind what is there");
+    require(twice.readOBJ(path, {.triangulate = false, .normals = false}).ok(),
+            "reading behind what is there");
     require(twice.vertices.size() == 2 * mesh.vertices.size(), "vertices are appended");
     require(twice.faces.size() <= 2 * mesh.faces.size(), "no more triangles without fans");
     for (std::size_t i = mesh.faces.size(); i < twice.faces.size(); ++i) {
@@ -64,7 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(mesh.writeOBJ(output.path(), {}).ok(), "writing");
     mesh::TriMesh again;
     require(again.readOBJ(output.path(), {}).ok(), "reading what was written");
-    require(sameBits(mesh.vertices, again.vertices) && sameFaces(mesh, again), "what is written is read back");
+    require(sameBits(mesh.vertices, again.vertices) && sameFaces(mesh, again),
+            "what is written is read back");
     require(mesh.normals.size() == again.normals.size(), "normals are read back");
     mesh.evaluateVertexNormals();
     requireValid(mesh);

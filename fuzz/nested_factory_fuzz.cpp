@@ -44,8 +44,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const core::Vector3f origin = input.vector();
-    const core::Vector3f top = input.flag() ? input.vector()
-                                            : core::Vector3f(origin + core::Vector3f::Constant(input.number()));
+    const core::Vector3f top =
+        input.flag() ? input.vector() : core::Vector3f(origin + core::Vector3f::Constant(input.number()));
     core::NestedOctreeFactory factory(origin, top);
     PointByPoint derived(origin, top);
     fuzz::Ids expected;
@@ -94,7 +94,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             case 4: {
                 const std::uint64_t key = someKey();
                 const std::vector<float> replaced = heldBy(factory, key);
-                require(std::ranges::is_permutation(replaced, heldBy(derived, key)), "the same points in a node");
+                require(std::ranges::is_permutation(replaced, heldBy(derived, key)),
+                        "the same points in a node");
                 for (const float id : replaced) {
                     expected.erase(expected.find(id));
                 }
@@ -127,12 +128,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(tree.keyCount() == second.keyCount(), "both ways give the same nodes");
     for (auto& [key, node] : tree.nodes()) {
         const core::Octree::Node& other = second.node(key);
-        require(node.children == other.children && (node.pc != nullptr) == (other.pc != nullptr), "the same node");
+        require(node.children == other.children && (node.pc != nullptr) == (other.pc != nullptr),
+                "the same node");
         if (node.pc) {
             require(sameBits(node.pc->positions(), other.pc->positions()), "the same positions");
             require(node.pc->scalars() == other.pc->scalars(), "the same points");
         }
     }
+    fuzz::requireEven(tree);
     if (loaded.empty()) {
         fuzz::requirePointsInBoxes(tree);
     }

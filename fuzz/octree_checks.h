@@ -17,14 +17,22 @@ inline Ids idsOf(const core::Octree& tree) {
     for (const auto& [key, node] : tree.nodes()) {
         if (node.pc) {
             require(node.pc->scalars().size() == node.pc->size(), "a scalar for every point");
-            require(node.pc->colors().empty() || node.pc->colors().size() == node.pc->size(), "even colours");
-            for (const auto& [name, field] : node.pc->fields()) {
-                require(field->size() == node.pc->size(), "fields as long as the positions");
-            }
             ids.insert(node.pc->scalars().begin(), node.pc->scalars().end());
         }
     }
     return ids;
+}
+
+/// Every attribute that a node has is there for all of its points.
+inline void requireEven(const core::Octree& tree) {
+    for (const auto& [key, node] : tree.nodes()) {
+        if (node.pc) {
+            require(node.pc->colors().empty() || node.pc->colors().size() == node.pc->size(), "even colours");
+            for (const auto& [name, field] : node.pc->fields()) {
+                require(field->size() == node.pc->size(), "fields as long as the positions");
+            }
+        }
+    }
 }
 
 inline Ids firstIds(std::uint64_t n) {

@@ -85,11 +85,12 @@ void requireFront(const core::Octree& tree, const Model& model, int depth) {
         Keys expectedBack;
         Keys expectedFront;
         for (const Key key : branchOf(model, 1, depth < 0 ? 21 : static_cast<unsigned int>(depth))) {
-            const bool inner = model.at(key).children != 0 && depthOf(key) < 21 &&
-                               static_cast<int>(depthOf(key)) != depth;
+            const bool inner =
+                model.at(key).children != 0 && depthOf(key) < 21 && static_cast<int>(depthOf(key)) != depth;
             (inner ? expectedBack : expectedFront).push_back(key);
         }
-        require(std::ranges::equal(back, expectedBack) && std::ranges::equal(front, expectedFront), "the front");
+        require(std::ranges::equal(back, expectedBack) && std::ranges::equal(front, expectedFront),
+                "the front");
         require(tree.front(depth) == front, "one front");
     });
 }
@@ -101,7 +102,8 @@ void requireSame(core::Octree& tree, const Model& model) {
     for (const auto& [key, expected] : model) {
         require(tree.hasKey(key), "every node is there");
         const core::Octree::Node& node = tree.node(key);
-        require(node.key == key && node.children == expected.children && node.size == expected.size, "a node");
+        require(node.key == key && node.children == expected.children && node.size == expected.size,
+                "a node");
         require((node.pc != nullptr) == expected.ids.has_value(), "clouds are held");
         require(!node.pc || node.pc->scalars() == *expected.ids, "a node's points");
         points += expected.points();
@@ -131,7 +133,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             return input.take<Key>();
         } else if (form < 8 && !model.empty()) {
             auto node = model.begin();
-            std::advance(node, input.below(static_cast<unsigned int>(std::min<std::size_t>(model.size(), 255))));
+            std::advance(node,
+                         input.below(static_cast<unsigned int>(std::min<std::size_t>(model.size(), 255))));
             return form < 4 ? node->first : node->first * 8 + input.below(8);
         }
         Key key = 1;

@@ -1,6 +1,7 @@
 // Any bytes as a point file: points or an `Error` that names the file, the same through any view size, and
 // the same again when written and read back.
 
+#include <algorithm>
 #include <string_view>
 
 #include <ombrix/io.h>
@@ -38,7 +39,8 @@ void requireEven(const io::PointFile& file) {
     require(file.cloud.colors().size() == (file.hasColors ? n : 0), "as many colours as points, or none");
     require(file.cloud.scalars().size() == (file.hasScalars ? n : 0), "as many scalars as points, or none");
     require(file.cloud.hasNormals() == file.hasNormals, "normals where they are announced");
-    require(file.cloud.fields().size() == file.fields.size() + (file.hasNormals ? 1 : 0), "fields are listed");
+    require(file.cloud.fields().size() == file.fields.size() + (file.hasNormals ? 1 : 0),
+            "fields are listed");
     for (const auto& [name, field] : file.cloud.fields()) {
         require(field->size() == n && field->name == name, "every field is as long as the positions");
     }
@@ -47,10 +49,7 @@ void requireEven(const io::PointFile& file) {
 
 void requireSame(const io::PointFile& a, const io::PointFile& b, const char* what) {
     require(sameBits(a.cloud.positions(), b.cloud.positions()), what);
-    require(a.cloud.colors().size() == b.cloud.colors().size() &&
-                std::memcmp(a.cloud.colors().data(), b.cloud.colors().data(),
-                            a.cloud.colors().size() * sizeof(core::ColorRGB)) == 0,
-            what);
+    require(a.cloud.colors() == b.cloud.colors(), what);
     require(a.cloud.scalars().size() == b.cloud.scalars().size(), what);
     for (std::size_t i = 0; i < a.cloud.scalars().size(); ++i) {
         require(sameBits(a.cloud.scalars()[i], b.cloud.scalars()[i]), what);
@@ -100,8 +99,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(read(path, bare, again) && sameBits(file.cloud.positions(), again.cloud.positions()),
             "without fields, the same positions");
 
-    // With a shift, the same world coordinates can give another shift and other roundings
-    if (file.shift.isZero()) {
+    // With a shift, the same world coordinates can give another shift and other roundings; a name that would
+    // break a header's line is changed
+    const bool plainNames = std::ranges::all_of(
+        file.fields, [](const std::string& name) { return name.find_first_of("\r\n") == std::string::npos; });
+    if (file.shift.isZero() && plainNames) {
         io::writePly(output.path(), file.cloud);
         require(read(output.path(), {}, again), "what is written can be read");
         requireSame(file, again, "what is written is read back");
