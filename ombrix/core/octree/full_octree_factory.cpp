@@ -4,6 +4,7 @@
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/octree_converter.h>
+#include <ombrix/core/octree/padded_append_detail.h>
 
 namespace ombrix::core {
 
@@ -14,7 +15,7 @@ FullOctreeFactory::FullOctreeFactory(const Vector3f& origin, float extend, unsig
     : OctreeFactory(origin, extend), capacity_(capacity) {}
 
 void FullOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift) {
-    cloud_.push_back(cloud, shift - origin_.cast<double>(), false);
+    detail::appendEven(cloud_, cloud, shift - origin_.cast<double>(), false);
     widenScalarRange(cloud);
 }
 
