@@ -20,7 +20,8 @@ public:
     FullOctreeFactory(const Vector3f& origin, const Vector3f& top, unsigned int capacity);
     FullOctreeFactory(const Vector3f& origin, float extend, unsigned int capacity);
 
-    /// Adds all points with their fields, moved by `shift` (in double), and widens the scalar range.
+    /// Adds all points with their fields, moved by `shift` (in double), and widens the scalar range. What
+    /// only some of the clouds added have (colours, scalars, a field) is zero for the points of the others.
     void add(const PointCloud& cloud, const Vector3d& shift) override;
     void add(const PointCloud& cloud) override;
 

@@ -35,6 +35,37 @@ inline void appendPadded(PointCloud& target, const PointCloud& source, const Vec
     padAttributes(target);
 }
 
+/// The same, but attributes that neither side has stay absent, and with `positionsOnly` the fields of
+/// `source` are left behind.
+inline void appendEven(PointCloud& target, const PointCloud& source, const Vector3d& shift,
+                       bool positionsOnly) {
+    const auto padFields = [&target] {
+        for (const auto& [name, field] : target.fields()) {
+            if (field->size() != target.size()) {
+                field->resize(target.size());
+            }
+        }
+    };
+    if (!source.colors().empty()) {
+        target.colors().resize(target.size());
+    }
+    if (!source.scalars().empty()) {
+        target.scalars().resize(target.size());
+    }
+    if (!positionsOnly) {
+        target.fields().append(source.fields(), std::vector<std::uint64_t>{});
+        padFields();
+    }
+    target.push_back(source, shift, positionsOnly);
+    if (!target.colors().empty()) {
+        target.colors().resize(target.size());
+    }
+    if (!target.scalars().empty()) {
+        target.scalars().resize(target.size());
+    }
+    padFields();
+}
+
 /// `cloud`, or `storage` as a copy of it with all attributes padded where one of them is shorter than the
 /// positions and could not be read by index; an array of colours or scalars that is empty may stay so.
 inline const PointCloud& evenCloud(const PointCloud& cloud, PointCloud& storage) {

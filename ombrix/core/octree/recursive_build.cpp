@@ -105,9 +105,15 @@ private:
         }
         for (std::uint64_t p = run.first; p <= run.last; ++p) {
             const std::uint64_t index = pairs_[p].first;
-            __builtin_prefetch(cloud_.positions().data() + index);
-            __builtin_prefetch(cloud_.colors().data() + index);
-            __builtin_prefetch(cloud_.scalars().data() + index);
+            fetch(cloud_.positions(), index);
+            fetch(cloud_.colors(), index);
+            fetch(cloud_.scalars(), index);
+        }
+    }
+    template <class T>
+    static void fetch(const std::vector<T>& values, std::uint64_t index) {
+        if (index < values.size()) {
+            __builtin_prefetch(&values[index]);
         }
     }
 
