@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstddef>
@@ -146,6 +147,19 @@ private:
     bool found_ = false;
 };
 
+/// Whether every coordinate is finite, that is, whether no exponent has all its bits set.
+[[nodiscard]] inline bool allFinite(const std::vector<Vector3f>& points) noexcept {
+    constexpr std::uint32_t MAGNITUDE = 0x7fffffff;
+    constexpr std::uint32_t INFINITE = 0x7f800000;
+    std::uint32_t largest = 0;  // without branches, so that the loop is vectorised
+    for (const Vector3f& p : points) {
+        for (int axis = 0; axis < 3; ++axis) {
+            largest = std::max(largest, std::bit_cast<std::uint32_t>(p[axis]) & MAGNITUDE);
+        }
+    }
+    return largest < INFINITE;
+}
+
 /// nanoflann's index over a vector that the caller keeps. Its address must not change: nanoflann refers to
 /// the dataset in it.
 class KdIndex {
@@ -161,12 +175,10 @@ public:
         // real coordinates come back for the queries, where the distance to such a point is never small.
         const std::vector<Vector3f>& points = dataset_.points;
         std::vector<Vector3f> finite;
-        for (std::size_t i = 0; i < points.size(); ++i) {
-            if (!points[i].allFinite()) {
-                if (finite.empty()) {
-                    finite = points;
-                }
-                for (float& c : finite[i]) {
+        if (!allFinite(points)) {
+            finite = points;
+            for (Vector3f& p : finite) {
+                for (float& c : p) {
                     c = std::isfinite(c) ? c : 0.0f;
                 }
             }
