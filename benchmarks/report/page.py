@@ -3,13 +3,15 @@
 import math
 import re
 import subprocess
+import textwrap
 from pathlib import Path
 
 import plots
 from rows import LIMITS, ROWS, is_own, label
 
 MAIN_SIZE = 10_000_000  # the table's size where it was measured, else the largest below
-README_ROWS = ["full_octree", "nested_octree", "knn16_pass", "normals16", "grid_merge_mean", "ply_read", "obj_read"]
+README_ROWS = ["full_octree", "nested_octree", "dynamic_octree", "knn16_pass", "normals16", "grid_merge_mean",
+               "ply_read", "obj_read"]
 PACKAGES = ["libcgal-dev", "libpcl-dev", "libopen3d-dev", "libflann-dev", "libnanoflann-dev",
             "libtinyobjloader-dev", "libtbb-dev", "libeigen3-dev"]
 
@@ -258,10 +260,13 @@ def readme(results, pictures):
             lines.append([row.title, seconds(libraries["ombrix"].median), beside])
     plots.times(results, [row for row in ROWS if row.name in plots.README_ROWS], pictures / "performance.png", 2)
     size = main_size(results, ROWS[0])
+    head = (
+        f"{points(size).capitalize()} points of a generated terrain in random order, {results.context['num_cpus']} cores "
+        f"of {processor()}, medians of {results.run['rounds']} runs by `scripts/bench.sh`. "
+        "[docs/performance.md](docs/performance.md) has all rows, memory, growth and versions."
+    )
     text = [
-        f"{points(size).capitalize()} points of a generated terrain in random order, {results.context['num_cpus']} cores of "
-        f"{processor()}, `scripts/bench.sh`; [docs/performance.md](docs/performance.md) has all rows, memory, growth and "
-        "versions.",
+        *textwrap.wrap(head, 120),
         "",
         *table(["work", "ombrixcore", "beside it"], lines),
         "![Time against points](docs/pictures/performance.png)",

@@ -1,5 +1,7 @@
 """The page's pictures: time against points, both logarithmic, a line for each library."""
 
+import textwrap
+
 import matplotlib
 
 matplotlib.use("Agg")
@@ -17,17 +19,21 @@ def _points(value, _):
 
 
 def _seconds(value, _):
-    return f"{value:g} s" if value >= 1 else f"{value * 1e3:g} ms"
+    return f"{value:g} s" if value > 0.9 else f"{value * 1e3:g} ms"
+
+
+def _logarithmic(axis, formatter):
+    low, high = axis.axes.get_ylim()
+    axis.set_major_locator(LogLocator(subs=(1, 2, 5) if high < 100 * low else (1,), numticks=20))
+    axis.set_major_formatter(FuncFormatter(formatter))
+    axis.set_minor_formatter(NullFormatter())
 
 
 def _finish(axes, title):
-    axes.set_title(title, fontsize=9.5)
+    axes.set_title("\n".join(textwrap.wrap(title, 46)), fontsize=9.5)
     axes.set_xscale("log")
-    axes.set_yscale("log")
     axes.xaxis.set_major_formatter(FuncFormatter(_points))
     axes.xaxis.set_minor_formatter(NullFormatter())
-    axes.yaxis.set_minor_formatter(NullFormatter())
-    axes.yaxis.set_major_locator(LogLocator(numticks=8))
     axes.grid(True, which="major", color="#dddddd", linewidth=0.8)
     axes.set_axisbelow(True)
     axes.tick_params(labelsize=8)
@@ -47,7 +53,8 @@ def _lines(axes, results, row):
         axes.plot(*zip(*points), label=label(library), color=COLORS.get(library, LIMIT_COLOR),
                   linewidth=2.4 if own else 1.4, linestyle="--" if library in LIMITS else "-", marker="o",
                   markersize=5 if own else 3.5, zorder=3 if own else 2)
-    axes.yaxis.set_major_formatter(FuncFormatter(_seconds))
+    axes.set_yscale("log")
+    _logarithmic(axes.yaxis, _seconds)
     axes.legend(fontsize=7.5, frameon=False, loc="upper left")
     _finish(axes, row.title)
 
@@ -81,15 +88,15 @@ def growth(results, rows, path):
     for row, color in zip(rows, colors):
         points = [(size, results.libraries(row.name, size)["ombrix"]) for size in results.sizes(row.name)]
         sizes = [size for size, _ in points]
-        name = row.title.split(",")[0]
+        name = textwrap.shorten(row.title.split(",")[0], 40, placeholder=" …")
         left.plot(sizes, [sample.median / size * 1e9 for size, sample in points], marker="o", markersize=4,
                   color=color, label=name)
         right.plot(sizes, [sample.peak_bytes / size for size, sample in points], marker="o", markersize=4,
                    color=color, label=name)
-    left.yaxis.set_major_formatter(FuncFormatter(lambda value, _: f"{value:g} ns"))
-    _finish(left, "time per point")
+    left.set_yscale("log")
+    _logarithmic(left.yaxis, lambda value, _: f"{value:g} ns")
+    _finish(left, "time per point, all threads together")
     _finish(right, "peak memory per point beyond the input")
-    right.set_yscale("linear")
     right.set_ylim(bottom=0)
     right.yaxis.set_major_formatter(FuncFormatter(lambda value, _: f"{value:g} B"))
     right.legend(fontsize=7.5, frameon=False, loc="center left", bbox_to_anchor=(1.0, 0.5))
