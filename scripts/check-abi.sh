@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Compares what the shared libraries export with the record in abi/: functions and variables, and layout and
-# virtual functions of the types that they reach. Fails on whatever an application that is linked already
-# would notice; what is only new is named and passes.
+# Compares what the shared libraries export with the record in abi/: functions and variables, layout and
+# virtual functions of the types that they reach, and the layouts that an application sees. Fails on whatever
+# an application that is linked already would notice; what is only new is named and passes.
 #   scripts/check-abi.sh             compare
 #   scripts/check-abi.sh --update    write the record anew: with a release, or knowing what breaks
 # The record is made from the dev preset (GCC of Debian 12): inlined functions differ between presets.
@@ -17,7 +17,7 @@ esac
 
 scripts/setup.sh abigail-tools
 cmake --preset dev >/dev/null
-cmake --build --preset dev --target ombrix_core ombrix_mesh ombrix_io >/dev/null
+cmake --build --preset dev --target ombrix_core ombrix_mesh ombrix_io layout_report >/dev/null
 headers=$(mktemp -d)
 trap 'rm -rf "$headers"' EXIT
 cmake --install build/dev --component development --prefix "$headers" >/dev/null
@@ -52,4 +52,21 @@ for name in core mesh io; do
         echo "libombrix_$name keeps to $record"
     fi
 done
+
+layouts=abi/layouts.txt
+if [ $update = yes ]; then
+    build/dev/tests/package/layout_report layouts >"$layouts"
+    echo "Wrote $layouts"
+elif changed=$(diff "$layouts" <(build/dev/tests/package/layout_report layouts) | grep -E '^[<>]'); then
+    if grep -q '^<' <<<"$changed"; then
+        echo "$changed"
+        echo "The layouts do not keep to $layouts" >&2
+        status=1
+    else
+        echo "The layouts keep to $layouts and add:"
+        echo "$changed"
+    fi
+else
+    echo "The layouts keep to $layouts"
+fi
 exit $status
