@@ -44,7 +44,7 @@ enum class PointFormat { PLY, LAS, TEXT, OBJ };
 
 /// What a point file holds.
 struct PointFile {
-    PointFormat format = PointFormat::TEXT;
+    PointFormat format = PointFormat::TEXT;  ///< of the file
 
     /// The points, in file order; a point's place in the world is position + shift, formed in double.
     /// Colours and scalars are empty when the file has none.
@@ -56,7 +56,7 @@ struct PointFile {
     /// Corners of the finite world coordinates. Without any: +3.4028235e38 and -3.4028235e38.
     core::Aabb box;
 
-    bool hasColors = false;
+    bool hasColors = false;   ///< in the cloud's colours
     bool hasScalars = false;  ///< intensities, in the file's own unit
     bool hasNormals = false;  ///< in the field "normal", as the file has them
     std::vector<std::string>

@@ -26,6 +26,7 @@ struct ObjReadResult {
     std::uint64_t droppedTriangles = 0;  ///< an index names no vertex
     std::uint64_t firstProblemLine = 0;  ///< 1-based, the first malformed line or skipped face; 0: none
 
+    /// Whether there is no error.
     [[nodiscard]] bool ok() const { return error.empty(); }
 };
 
@@ -39,6 +40,7 @@ struct ObjWriteOptions {
 struct ObjWriteResult {
     std::string error;        ///< empty on success, else a line that names the file
     std::uint64_t bytes = 0;  ///< written
+    /// Whether there is no error.
     [[nodiscard]] bool ok() const { return error.empty(); }
 };
 

@@ -14,7 +14,7 @@ using core::Vector3f;
 
 /// Three vertex indices, 0-based, in winding order.
 struct Face {
-    std::uint32_t index[3];
+    std::uint32_t index[3];  ///< positions in `TriMesh::vertices`
 };
 
 /// One face with its corners copied out.
@@ -29,9 +29,9 @@ struct Triangle {
 /// checks.
 class OMBRIX_MESH_API TriMesh {
 public:
-    std::vector<Vector3f> vertices;
-    std::vector<Vector3f> normals;  ///< empty, or normal k belongs to vertex k
-    std::vector<Face> faces;
+    std::vector<Vector3f> vertices;  ///< positions
+    std::vector<Vector3f> normals;   ///< empty, or normal k belongs to vertex k
+    std::vector<Face> faces;         ///< triangles
 
     /// Empties the three arrays.
     void clear();

@@ -14,6 +14,7 @@ class PointCloud;
 /// Curvature per point, filled by the caller (`PCA::curvature`), and its colours.
 class OMBRIX_CORE_API Curvature {
 public:
+    /// One per point.
     [[nodiscard]] std::vector<float>& values() { return values_; }
     [[nodiscard]] const std::vector<float>& values() const { return values_; }
 
@@ -42,6 +43,7 @@ private:
 /// point. A position that is not finite has no neighbours.
 class OMBRIX_CORE_API Density {
 public:
+    /// One per point.
     [[nodiscard]] std::vector<float>& values() { return values_; }
     [[nodiscard]] const std::vector<float>& values() const { return values_; }
 

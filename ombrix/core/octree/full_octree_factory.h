@@ -17,6 +17,8 @@ namespace ombrix::core {
 /// `clear()` are the base's and do nothing.
 class OMBRIX_CORE_API FullOctreeFactory : public OctreeFactory {
 public:
+    /// As the base's constructors.
+    /// @param capacity  most points in a leaf above depth 21.
     FullOctreeFactory(const Vector3f& origin, const Vector3f& top, unsigned int capacity);
     FullOctreeFactory(const Vector3f& origin, float extend, unsigned int capacity);
 
@@ -31,10 +33,11 @@ public:
     void operator()(Octree& out) override;
 
 protected:
+    /// Builds the tree, see `operator()`.
     void factory(Octree& out);
 
-    PointCloud cloud_;  ///< all points added, relative to the origin
-    unsigned int capacity_;
+    PointCloud cloud_;       ///< all points added, relative to the origin
+    unsigned int capacity_;  ///< most points in a leaf above depth 21
 };
 
 }  // namespace ombrix::core

@@ -42,7 +42,7 @@ public:
 
     /// A node of the tree while it is built.
     struct Node {
-        std::uint64_t key = 1;
+        std::uint64_t key = 1;         ///< see morton.h
         std::uint8_t children = 0;     ///< bit i: the child in octant i exists
         bool expanded = false;         ///< points are in `grid`, otherwise in `points`
         bool flag = true;              ///< free for applications
@@ -121,6 +121,7 @@ public:
     /// which holds only buckets, does not show.
     [[nodiscard]] std::uint64_t maxDepth() const;
 
+    /// The nodes built so far.
     [[nodiscard]] const NodeMap& nodes() const { return nodes_; }
 
 protected:
