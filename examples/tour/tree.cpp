@@ -5,11 +5,10 @@
 #include <cstdio>
 #include <vector>
 
+#include <examples/common/console.h>
 #include <ombrix/core/octree/dynamic_octree_factory.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
-
-#include "console.h"
 
 namespace examples {
 
