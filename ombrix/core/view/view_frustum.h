@@ -44,6 +44,11 @@ public:
     [[nodiscard]] float slope() const { return slope_; }
     [[nodiscard]] int pixelHeight() const { return pixelHeight_; }
     [[nodiscard]] bool orthographic() const { return orthographic_; }
+    /// Width / height.
+    [[nodiscard]] float aspect() const { return aspect_; }
+    [[nodiscard]] float nearDepth() const { return near_; }
+    [[nodiscard]] float farDepth() const { return far_; }
+    [[nodiscard]] float orthographicSize() const { return orthographicSize_; }
     [[nodiscard]] Vector3f ax() const { return position_.linear().col(0); }
     [[nodiscard]] Vector3f ay() const { return position_.linear().col(1); }
     [[nodiscard]] Vector3f az() const { return position_.linear().col(2); }
