@@ -1,0 +1,123 @@
+import * as THREE from "three";
+import { OrbitControls } from "three/addons/controls/OrbitControls.js";
+
+const FOV = 50;
+const GLIDE_MS = 250;
+const UP = new THREE.Vector3(0, 0, 1);
+
+/// The camera and what moves it: mouse, fingers and keys.
+export class CameraControl {
+  /// @param cloud    what the server said of the cloud.
+  /// @param changed  called when the next frame will be another one.
+  constructor(cloud, canvas, changed) {
+    this.cloud = cloud;
+    this.changed = changed;
+    this.camera = new THREE.PerspectiveCamera(FOV, 1, 1, 2);
+    this.camera.up.copy(UP);
+    this.controls = new OrbitControls(this.camera, canvas);
+    this.controls.enableDamping = !matchMedia("(prefers-reduced-motion: reduce)").matches;
+    this.controls.dampingFactor = 0.2;
+    this.controls.minDistance = cloud.edge * 1e-4;
+    this.controls.maxDistance = cloud.edge * 5;
+    this.controls.addEventListener("change", changed);
+    this.glide = null;
+    this.box = new THREE.Box3(new THREE.Vector3(...cloud.box.min), new THREE.Vector3(...cloud.box.max));
+    this.fit();
+  }
+
+  resize(width, height) {
+    this.camera.aspect = width / height;
+    this.camera.updateProjectionMatrix();
+    this.changed();
+  }
+
+  /// Moves on by one frame; whether the camera still moves.
+  step() {
+    if (this.glide) {
+      const share = Math.min(1, (performance.now() - this.glide.start) / GLIDE_MS);
+      this.controls.target.lerpVectors(this.glide.from, this.glide.to, share * (2 - share));
+      if (share === 1) this.glide = null;
+    }
+    const moved = this.controls.update();
+    const distance = this.camera.position.distanceTo(this.controls.target);
+    this.camera.near = Math.max(distance * 0.005, this.cloud.edge * 1e-5);
+    this.camera.far = distance + 3 * this.cloud.edge;
+    this.camera.updateProjectionMatrix();
+    return moved || this.glide !== null;
+  }
+
+  /// Looks at the whole cloud from the direction (x, y, z).
+  fit(x = 0, y = -1, z = 0.8) {
+    const sphere = this.box.getBoundingSphere(new THREE.Sphere());
+    const half = THREE.MathUtils.degToRad(FOV / 2) * Math.min(1, this.camera.aspect);
+    const distance = Math.max(sphere.radius / Math.sin(half), this.controls.minDistance);
+    this.glide = null;
+    this.controls.target.copy(sphere.center);
+    const offset = new THREE.Vector3(x, y, z).setLength(distance * 0.8);
+    this.camera.position.copy(sphere.center).add(offset);
+    this.changed();
+  }
+
+  /// Turns about a point from now on.
+  setPivot(position) {
+    const to = new THREE.Vector3(...position);
+    if (this.controls.enableDamping)
+      this.glide = { from: this.controls.target.clone(), to, start: performance.now() };
+    else this.controls.target.copy(to);
+    this.changed();
+  }
+
+  /// Turns by angles in radians, to the right and upwards.
+  turn(right, up) {
+    const spherical = this.offset();
+    const around = new THREE.Quaternion().setFromAxisAngle(UP, right);
+    spherical.applyQuaternion(around);
+    const side = new THREE.Vector3().crossVectors(UP, spherical);
+    const polar = spherical.angleTo(UP);
+    const wanted = THREE.MathUtils.clamp(polar - up, 0.01, Math.PI - 0.01);
+    if (side.lengthSq() > 0) spherical.applyAxisAngle(side.normalize(), wanted - polar);
+    this.camera.position.copy(this.controls.target).add(spherical);
+    this.changed();
+  }
+
+  /// Moves by shares of the view's height.
+  move(right, up) {
+    const height = 2 * this.offset().length() * Math.tan(THREE.MathUtils.degToRad(FOV / 2));
+    const step = new THREE.Vector3(right * height, up * height, 0).applyQuaternion(this.camera.quaternion);
+    this.camera.position.add(step);
+    this.controls.target.add(step);
+    this.changed();
+  }
+
+  /// Goes nearer to the pivot by a factor.
+  zoom(factor) {
+    const { minDistance, maxDistance } = this.controls;
+    const offset = this.offset();
+    offset.setLength(THREE.MathUtils.clamp(offset.length() / factor, minDistance, maxDistance));
+    this.camera.position.copy(this.controls.target).add(offset);
+    this.changed();
+  }
+
+  offset() {
+    return this.camera.position.clone().sub(this.controls.target);
+  }
+
+  /// The camera as the server takes it.
+  describe(pixels) {
+    const { camera } = this;
+    camera.updateMatrixWorld();
+    const axes = [0, 1, 2].map(() => new THREE.Vector3());
+    camera.matrixWorld.extractBasis(...axes);
+    return {
+      position: camera.position.toArray(),
+      right: axes[0].toArray(),
+      up: axes[1].toArray(),
+      forward: axes[2].negate().toArray(),
+      fov: camera.fov,
+      aspect: camera.aspect,
+      height: pixels,
+      near: camera.near,
+      far: camera.far,
+    };
+  }
+}
