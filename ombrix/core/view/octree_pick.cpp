@@ -40,9 +40,7 @@ public:
           beam_(beam),
           frontmost_(order == PickOrder::FRONTMOST),
           slack_(Vector3d::Constant(detail::cubeSlack(octree))) {
-        // In two steps, so that very short and very long directions keep their precision
-        beam_.direction /= beam_.direction.cwiseAbs().maxCoeff();
-        beam_.direction.normalize();
+        beam_.direction.stableNormalize();
     }
 
     [[nodiscard]] PickResult run() {
@@ -87,7 +85,8 @@ public:
 private:
     [[nodiscard]] bool holdsPoints() const {
         const bool finite = beam_.origin.allFinite() && beam_.direction.allFinite() &&
-                            std::isfinite(beam_.radius) && std::isfinite(beam_.slope);
+                            !beam_.direction.isZero(0.0) && std::isfinite(beam_.radius) &&
+                            std::isfinite(beam_.slope);
         const bool ordered = beam_.minDepth <= beam_.maxDepth && beam_.radius >= 0.0 && beam_.slope >= 0.0 &&
                              (beam_.clip.min.array() <= beam_.clip.max.array()).all();
         return finite && ordered;
