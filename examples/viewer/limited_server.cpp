@@ -36,8 +36,10 @@ class LimitedStream : public httplib::Stream {
 public:
     LimitedStream(socket_t socket, const LimitedServer::Limits& limits) : socket_(socket), limits_(limits) {}
 
-    /// Waits for the first bytes of a request.
+    /// Waits for the first bytes of a request; false when there is no other, or the last one was refused.
     bool nextRequest() {
+        if (refused_)
+            return false;
         bytesLeft_ = limits_.requestBytes;
         answering_ = false;
         if (begin_ == end_ && !wait(socket_, POLLIN, Clock::now() + limits_.idle))
@@ -69,8 +71,11 @@ public:
     }
 
     ssize_t write(const char* from, std::size_t size) override {
-        if (!answering_)
+        if (!answering_) {
             until_ = Clock::now() + limits_.answer;
+            // "HTTP/1.1 4xx": where the next request begins is not sure any more.
+            refused_ = size > 9 && from[9] >= '4';
+        }
         answering_ = true;
         if (!wait(socket_, POLLOUT, until_))
             return -1;
@@ -105,6 +110,7 @@ private:
     std::size_t bytesLeft_ = 0;
     Clock::time_point until_;
     bool answering_ = false;
+    bool refused_ = false;
 };
 
 }  // namespace

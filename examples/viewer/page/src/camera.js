@@ -48,13 +48,23 @@ export class CameraControl {
 
   /// Looks at the whole cloud from the direction (x, y, z).
   fit(x = 0, y = -1, z = 0.8) {
-    const sphere = this.box.getBoundingSphere(new THREE.Sphere());
-    const half = THREE.MathUtils.degToRad(FOV / 2) * Math.min(1, this.camera.aspect);
-    const distance = Math.max(sphere.radius / Math.sin(half), this.controls.minDistance);
+    const center = this.box.getCenter(new THREE.Vector3());
+    const towards = new THREE.Vector3(x, y, z).normalize();
+    const right = new THREE.Vector3().crossVectors(UP, towards).normalize();
+    const up = new THREE.Vector3().crossVectors(towards, right);
+    const slope = Math.tan(THREE.MathUtils.degToRad(FOV / 2));
+    // Far enough for every corner of the box, and a little more.
+    let distance = this.controls.minDistance;
+    for (let corner = 0; corner < 8; ++corner) {
+      const at = new THREE.Vector3(
+        ...["x", "y", "z"].map((axis, i) => this.box[corner & (1 << i) ? "max" : "min"][axis]),
+      ).sub(center);
+      const needed = Math.max(Math.abs(at.dot(right)) / this.camera.aspect, Math.abs(at.dot(up))) / slope;
+      distance = Math.max(distance, 1.03 * needed + at.dot(towards));
+    }
     this.glide = null;
-    this.controls.target.copy(sphere.center);
-    const offset = new THREE.Vector3(x, y, z).setLength(distance * 0.8);
-    this.camera.position.copy(sphere.center).add(offset);
+    this.controls.target.copy(center);
+    this.camera.position.copy(center).addScaledVector(towards, distance);
     this.changed();
   }
 
