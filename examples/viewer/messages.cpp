@@ -1,13 +1,11 @@
 #include "messages.h"
 
-#include <algorithm>
 #include <array>
 #include <limits>
 
 #include <nlohmann/json.hpp>
 
 #include <examples/common/color_scale.h>
-#include <ombrix/core/octree/morton.h>
 
 #include "node_encoding.h"
 #include "options.h"
@@ -181,14 +179,10 @@ std::string describeClient(const std::string& name) {
 }
 
 std::string describe(const ombrix::core::FrameSelection& selection, std::uint64_t answer, bool whole) {
-    unsigned depth = 0;
-    for (const std::uint64_t key : selection.keys())
-        depth = std::max(depth, static_cast<unsigned>(ombrix::core::node_depth(key)));
     return json{{"answer", answer},
                 {"whole", whole},
                 {"points", selection.pointCount()},
                 {"nodes", selection.keys().size()},
-                {"depth", depth},
                 {"entered", keyList(whole ? selection.keys() : selection.entered())},
                 {"left", keyList(whole ? std::vector<std::uint64_t>{} : selection.left())}}
         .dump();

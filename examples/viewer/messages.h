@@ -57,7 +57,7 @@ struct PickRequest {
 /// {"client": NAME}
 [[nodiscard]] std::string describeClient(const std::string& name);
 /// What changed since the answer before, or with `whole` all that is selected, as {"answer": N, "whole": W,
-/// "points": P, "nodes": N, "depth": D, "entered": [KEY...], "left": [KEY...]}.
+/// "points": P, "nodes": N, "entered": [KEY...], "left": [KEY...]}.
 [[nodiscard]] std::string describe(const ombrix::core::FrameSelection& selection, std::uint64_t answer,
                                    bool whole);
 /// {"found": false}, or the point with its place in the world, in double.

@@ -116,13 +116,14 @@ export class CameraControl {
   describe(pixels) {
     const { camera } = this;
     camera.updateMatrixWorld();
-    const axes = [0, 1, 2].map(() => new THREE.Vector3());
-    camera.matrixWorld.extractBasis(...axes);
+    const [right, up, back] = [0, 1, 2].map((i) => new THREE.Vector3().setFromMatrixColumn(camera.matrixWorld, i));
+    // In single precision, as the server's camera is: what rounding does to a camera at rest does not show.
+    const list = (vector) => vector.toArray().map(Math.fround);
     return {
-      position: camera.position.toArray(),
-      right: axes[0].toArray(),
-      up: axes[1].toArray(),
-      forward: axes[2].negate().toArray(),
+      position: list(camera.position),
+      right: list(right),
+      up: list(up),
+      forward: list(back.negate()),
       fov: camera.fov,
       aspect: camera.aspect,
       height: pixels,

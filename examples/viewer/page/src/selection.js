@@ -10,7 +10,6 @@ export class Selection {
   constructor(changed, failed) {
     this.keys = new Set(); // in the order of selection, as far as it is known
     this.points = 0;
-    this.depth = 0;
     this.changed = changed;
     this.failed = failed;
     this.client = null;
@@ -60,7 +59,6 @@ export class Selection {
     for (const key of answer.entered) this.keys.add(key);
     this.seen = answer.answer;
     this.points = answer.points;
-    this.depth = answer.depth;
-    this.changed();
+    if (answer.whole || answer.entered.length > 0 || answer.left.length > 0) this.changed();
   }
 }
