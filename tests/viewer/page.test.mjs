@@ -25,7 +25,7 @@ after(async () => {
 });
 
 /// A page with all that it asks of the server written down.
-async function open({ width = 640, height = 420, scheme = "light", query = "" } = {}) {
+async function open({ width = 960, height = 540, scheme = "light", query = "" } = {}) {
   const page = await browser.newPage({ viewport: { width, height }, colorScheme: scheme });
   page.setDefaultTimeout(PATIENCE.timeout);
   const log = { frames: [], picks: [], nodes: [], errors: [], strangers: [] };
@@ -73,6 +73,23 @@ async function lastOf(list, count) {
   return list.at(-1);
 }
 
+/// Depth of detail that a page's frames, taken one after another, have at a place.
+function depthAt(frames, place) {
+  const held = new Set();
+  for (const { answer } of [...frames].sort((a, b) => a.answer.answer - b.answer.answer)) {
+    for (const key of answer.left) held.delete(key);
+    for (const key of answer.entered) held.add(key);
+  }
+  let key = "1";
+  let corner = [0, 0, 0];
+  for (let half = cloud.edge / 2; held.has(key); half /= 2) {
+    const upper = place.map((c, i) => c >= corner[i] + half);
+    corner = corner.map((c, i) => c + half * upper[i]);
+    key += 4 * upper[0] + 2 * upper[1] + 1 * upper[2];
+  }
+  return key.length - 2;
+}
+
 /// Share of the canvas's pixels that differ between two screenshots, counted in the page.
 async function difference(page, a, b) {
   return page.evaluate(async ([first, second]) => {
@@ -91,7 +108,7 @@ const picture = (page) => page.locator("#view").screenshot();
 test("the first points appear within two seconds, and nothing comes from elsewhere", async () => {
   const times = [];
   for (let i = 0; i < 3; ++i) {
-    const page = await browser.newPage({ viewport: { width: 640, height: 420 } });
+    const page = await browser.newPage({ viewport: { width: 960, height: 540 } });
     const start = performance.now();
     await page.goto(viewer.url);
     await page.waitForFunction(() => Number(document.getElementById("stat-points").dataset.value) > 0);
@@ -112,18 +129,21 @@ test("the budget holds, a node is fetched once, and zooming in refines", async (
   const { page, log } = await open();
   await setSlider(page, "#budget", 100_000);
   await settle(page);
-  const depth = await stat(page, "depth");
-  await page.mouse.move(170, 200);
+  await page.mouse.dblclick(330, 270);
+  const { answer } = await lastOf(log.picks, 1);
+  await page.waitForTimeout(500);
+  await settle(page);
+  const coarse = depthAt(log.frames, answer.position);
   for (let i = 0; i < 10; ++i) {
     await page.mouse.wheel(0, -240);
     await page.waitForTimeout(30);
   }
   await settle(page);
-  assert.ok((await stat(page, "depth")) > depth);
+  assert.ok(depthAt(log.frames, answer.position) > coarse);
   assert.ok((await stat(page, "points")) <= 100_000);
   await setSlider(page, "#budget", 300_000);
   await page.mouse.down();
-  for (let i = 0; i < 10; ++i) await page.mouse.move(170 + 12 * i, 200 + 2 * i);
+  for (let i = 0; i < 10; ++i) await page.mouse.move(330 + 12 * i, 270 + 2 * i);
   await page.mouse.up();
   await settle(page);
   await page.locator("#fit").click();
@@ -152,7 +172,7 @@ test("the cache keeps to its limit, and what it dropped comes back", async () =>
 test("a double click turns the view about the point that brute force finds", async () => {
   const points = lasPoints(SHIPPED);
   const { page, log } = await open();
-  await page.mouse.dblclick(120, 215);
+  await page.mouse.dblclick(240, 280);
   const { request, answer } = await lastOf(log.picks, 1);
   assert.equal(checkPick(points, cloud, request, answer), "exact");
   await page.waitForTimeout(500);
@@ -177,9 +197,9 @@ test("the distance is that of two points in national-grid coordinates, by mouse 
     return distance;
   };
   await page.locator("#measure").click();
-  await page.mouse.click(100, 215);
+  await page.mouse.click(220, 280);
   await lastOf(log.picks, 1);
-  await page.mouse.click(220, 215);
+  await page.mouse.click(420, 280);
   await lastOf(log.picks, 2);
   await page.waitForFunction(() => document.getElementById("distance").textContent.startsWith("Distance"));
   assert.ok((await check()) > 10);
@@ -227,14 +247,14 @@ test("the clip box hides what is outside from the eye and from the pick", async 
   const { page, log } = await open();
   const whole = await picture(page);
   await page.locator("#clip").check();
-  await setSlider(page, "#clip-x-min", 400);
+  await setSlider(page, "#clip-x-min", 250);
   await settle(page);
   assert.ok((await difference(page, whole, await picture(page))) > 0.1);
-  for (const [i, x] of [60, 280].entries()) {
-    await page.mouse.dblclick(x, 215);
+  for (const [i, x] of [220, 420].entries()) {
+    await page.mouse.dblclick(x, 280);
     const { answer, request } = await lastOf(log.picks, i + 1);
     if (answer.found) assert.ok(answer.position[0] >= request.clip.min[0]);
-    assert.equal(answer.found, x === 280);
+    assert.equal(answer.found, x === 420);
   }
   await page.close();
 });
