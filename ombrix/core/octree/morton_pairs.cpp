@@ -37,7 +37,7 @@ void sortByCode(Pair* pairs, Pair* scratch, std::size_t count) {
     sortCodes(pairs, scratch, count);
 }
 
-void sortByCode(OctreeConverter::PairVector& pairs) {
+void sortByCode(OctreeConverter::PairVector& pairs, Work* work) {
     const std::size_t count = pairs.size();
     if (count < PARALLEL_FROM) {
         std::stable_sort(pairs.begin(), pairs.end(),
@@ -46,12 +46,12 @@ void sortByCode(OctreeConverter::PairVector& pairs) {
     }
     const RawArray<Pair> scratch(count);
     if (contiguousPairs(pairs) != nullptr) {
-        sortCodes.inParallel(&pairs[0], scratch.data(), count);
+        sortCodes.inParallel(&pairs[0], scratch.data(), count, work);
         return;
     }
     const RawArray<Pair> copy(count);
     std::copy(pairs.begin(), pairs.end(), copy.data());
-    sortCodes.inParallel(copy.data(), scratch.data(), count);
+    sortCodes.inParallel(copy.data(), scratch.data(), count, work);
     std::copy_n(copy.data(), count, pairs.begin());
 }
 

@@ -35,10 +35,9 @@ inline void appendPadded(PointCloud& target, const PointCloud& source, const Vec
     padAttributes(target);
 }
 
-/// The same, but attributes that neither side has stay absent, and with `positionsOnly` the fields of
-/// `source` are left behind.
-inline void appendEven(PointCloud& target, const PointCloud& source, const Vector3d& shift,
-                       bool positionsOnly) {
+/// Has append() append `source` to `target`, between what keeps their attributes even; see `appendEven`.
+template <class Append>
+void appendEvenBy(PointCloud& target, const PointCloud& source, bool positionsOnly, const Append& append) {
     const auto padFields = [&target] {
         for (const auto& [name, field] : target.fields()) {
             if (field->size() != target.size()) {
@@ -56,7 +55,7 @@ inline void appendEven(PointCloud& target, const PointCloud& source, const Vecto
         target.fields().append(source.fields(), std::vector<std::uint64_t>{});
         padFields();
     }
-    target.push_back(source, shift, positionsOnly);
+    append();
     if (!target.colors().empty()) {
         target.colors().resize(target.size());
     }
@@ -64,6 +63,13 @@ inline void appendEven(PointCloud& target, const PointCloud& source, const Vecto
         target.scalars().resize(target.size());
     }
     padFields();
+}
+
+/// `appendPadded`, but attributes that neither side has stay absent, and with `positionsOnly` the fields of
+/// `source` are left behind.
+inline void appendEven(PointCloud& target, const PointCloud& source, const Vector3d& shift,
+                       bool positionsOnly) {
+    appendEvenBy(target, source, positionsOnly, [&] { target.push_back(source, shift, positionsOnly); });
 }
 
 /// `cloud`, or `storage` as a copy of it with all attributes padded where one of them is shorter than the

@@ -10,6 +10,7 @@
 #include <tbb/parallel_for.h>
 
 #include <ombrix/core/large_pages_detail.h>
+#include <ombrix/core/services/work_detail.h>
 
 namespace ombrix::core::detail {
 
@@ -44,10 +45,10 @@ public:
     void operator()(Element* elements, Element* scratch, std::size_t count) const {
         sortRun(elements, scratch, count, first_, false);
     }
-    /// On several threads.
-    void inParallel(Element* elements, Element* scratch, std::size_t count) const {
+    /// On several threads; `work`, where there is one, is told of sorted elements and can stop the sorting.
+    void inParallel(Element* elements, Element* scratch, std::size_t count, Work* work = nullptr) const {
         if (count > 0) {
-            sortRunInParallel(elements, scratch, count, first_, false);
+            sortRunInParallel(elements, scratch, count, first_, false, work);
         }
     }
 
@@ -121,15 +122,19 @@ private:
     }
 
     /// The same with the first pass in blocks and the runs of its digits on several threads.
-    void sortRunInParallel(Element* from, Element* to, std::size_t count, int shift, bool inTo) const {
+    void sortRunInParallel(Element* from, Element* to, std::size_t count, int shift, bool inTo,
+                           Work* work) const {
         constexpr std::size_t BLOCK = 1u << 16;
         const std::size_t blocks = (count + BLOCK - 1) / BLOCK;
         std::vector<Histogram> starts(blocks, Histogram{});
-        const auto forEachBlock = [&](const auto& work) {
+        const auto forEachBlock = [&](const auto& visit) {
             tbb::parallel_for(std::size_t{0}, blocks, [&](std::size_t block) {
+                if (work != nullptr) {
+                    work->check();
+                }
                 const std::size_t end = std::min(count, (block + 1) * BLOCK);
                 for (std::size_t i = block * BLOCK; i < end; ++i) {
-                    work(starts[block], i);
+                    visit(starts[block], i);
                 }
             });
         };
@@ -147,22 +152,23 @@ private:
         }
         const std::size_t d0 = digit(from[0], shift);
         if (shift > lowest_ && ends[d0] - (d0 == 0 ? 0 : ends[d0 - 1]) == count) {
-            return sortRunInParallel(from, to, count, nextShift(shift), inTo);
+            return sortRunInParallel(from, to, count, nextShift(shift), inTo, work);
         }
         forEachBlock([&](Histogram& next, std::size_t i) { to[next[digit(from[i], shift)]++] = from[i]; });
 
         tbb::parallel_for(std::size_t{0}, DIGITS, [&](std::size_t d) {
             const std::size_t first = d == 0 ? 0 : ends[d - 1];
             const std::size_t size = ends[d] - first;
-            if (shift == lowest_) {
-                if (!inTo) {
-                    std::copy_n(to + first, size, from + first);
-                }
-            } else if (size >= PARALLEL_RUN) {
-                sortRunInParallel(to + first, from + first, size, nextShift(shift), !inTo);
-            } else {
-                sortRun(to + first, from + first, size, nextShift(shift), !inTo);
+            if (shift > lowest_ && size >= PARALLEL_RUN) {
+                sortRunInParallel(to + first, from + first, size, nextShift(shift), !inTo, work);
+                return;
             }
+            if (shift > lowest_) {
+                sortRun(to + first, from + first, size, nextShift(shift), !inTo);
+            } else if (!inTo) {
+                std::copy_n(to + first, size, from + first);
+            }
+            WorkSteps(work, 1).step(size);
         });
     }
 
