@@ -136,7 +136,7 @@ TEST(FullOctree, GivesEveryPointItsOwnAttributesWhereCloudsDiffer) {
     PointCloud bare;
     bare.positions() = ombrix::test::uniformPoints(300, EDGE, 2);
     FullOctreeFactory factory(Vector3f::Zero(), EDGE, 8);
-    for (const PointCloud* cloud : {&bare, &rich, &bare}) {
+    for (const PointCloud* cloud : std::initializer_list<const PointCloud*>{&bare, &rich, &bare}) {
         factory.add(*cloud);
     }
     Octree octree;
