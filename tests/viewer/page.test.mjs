@@ -162,7 +162,7 @@ describe("the page in a browser", () => {
     for (const action of ["+", "+", "+", "+", "+", "+", "+", "+", "+", "ArrowLeft"]) await page.keyboard.press(action);
     await settle(page);
     const drawn = 12 * (await stat(page, "points"));
-    assert.ok((await stat(page, "memory")) <= Math.max(2 ** 20, drawn + 20 * (await stat(page, "nodes"))));
+    assert.ok((await stat(page, "memory")) <= Math.max(2 ** 20, drawn + 24 * (await stat(page, "nodes"))));
     await page.keyboard.press("Home");
     await settle(page);
     assert.ok((await stat(page, "loaded")) > (await stat(page, "memory")));

@@ -67,7 +67,7 @@ describe("the server by itself", () => {
       for (let i = 0; i < count; ++i) {
         const place = [0, 1, 2].map(
           (k) =>
-            bytes.getFloat32(4 + 4 * k, true) + (edge * bytes.getUint16(20 + 8 * i + 2 * k, true)) / 65535 + cloud.shift[k],
+            bytes.getFloat32(4 + 4 * k, true) + (edge * bytes.getUint16(24 + 8 * i + 2 * k, true)) / 65535 + cloud.shift[k],
         );
         const left = places.get(key(place)) ?? 0;
         if (left > 0) places.set(key(place), left - 1);
