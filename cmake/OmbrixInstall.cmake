@@ -6,11 +6,12 @@ configure_package_config_file(cmake/ombrixcoreConfig.cmake.in
     INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/package/ombrixcoreConfigVersion.cmake"
     COMPATIBILITY SameMajorVersion)
-install(EXPORT ombrixcoreTargets NAMESPACE ombrix:: DESTINATION ${package_dir})
+install(EXPORT ombrixcoreTargets NAMESPACE ombrix:: DESTINATION ${package_dir} COMPONENT development)
 install(FILES
     "${PROJECT_BINARY_DIR}/package/ombrixcoreConfig.cmake"
     "${PROJECT_BINARY_DIR}/package/ombrixcoreConfigVersion.cmake"
-    DESTINATION ${package_dir})
+    DESTINATION ${package_dir}
+    COMPONENT development)
 
 # Relative to the .pc file, so that the package can be installed anywhere and moved.
 file(RELATIVE_PATH pc_to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
@@ -24,4 +25,5 @@ if(NOT BUILD_SHARED_LIBS)
 endif()
 configure_file(cmake/ombrixcore.pc.in "${PROJECT_BINARY_DIR}/package/ombrixcore.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/package/ombrixcore.pc"
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT development)

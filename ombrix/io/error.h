@@ -13,6 +13,7 @@ namespace ombrix::io {
 /// "line N" (counted from 1) in text, and "opening" or "writing" where the system refused.
 class OMBRIX_IO_API Error : public std::runtime_error {
 public:
+    /// Puts the line together.
     Error(const std::string& file, const std::string& place, const std::string& reason);
     ~Error() override;
 
@@ -23,6 +24,7 @@ public:
 /// Reading ended because the caller's stop token asked for it.
 class OMBRIX_IO_API Stopped : public Error {
 public:
+    /// Puts the line together.
     Stopped(const std::string& file, const std::string& place);
     ~Stopped() override;
 

@@ -10,6 +10,7 @@
 
 #include <ombrix/core/octree/aabb.h>
 #include <ombrix/core/points/point_cloud.h>
+#include <ombrix/core/services/work_context.h>
 #include <ombrix/io/error.h>
 #include <ombrix/io/io_export.h>
 
@@ -44,7 +45,7 @@ enum class PointFormat { PLY, LAS, TEXT, OBJ };
 
 /// What a point file holds.
 struct PointFile {
-    PointFormat format = PointFormat::TEXT;
+    PointFormat format = PointFormat::TEXT;  ///< of the file
 
     /// The points, in file order; a point's place in the world is position + shift, formed in double.
     /// Colours and scalars are empty when the file has none.
@@ -56,7 +57,7 @@ struct PointFile {
     /// Corners of the finite world coordinates. Without any: +3.4028235e38 and -3.4028235e38.
     core::Aabb box;
 
-    bool hasColors = false;
+    bool hasColors = false;   ///< in the cloud's colours
     bool hasScalars = false;  ///< intensities, in the file's own unit
     bool hasNormals = false;  ///< in the field "normal", as the file has them
     std::vector<std::string>
@@ -95,8 +96,14 @@ struct PointFile {
 /// header says. The file must not be shortened by others meanwhile: it is read through a mapping.
 ///
 /// @throws Error    naming the file, the place and the reason.
-/// @throws Stopped  when `options.stop` asks for it; nothing read so far is returned.
+/// @throws Stopped  when the caller asks for it; nothing read so far is returned.
 [[nodiscard]] OMBRIX_IO_API PointFile readPoints(const std::filesystem::path& path,
                                                  const ReadOptions& options = {});
+
+/// The same within a context, whose stop token and progress count beside those of the options. Reads on one
+/// thread.
+[[nodiscard]] OMBRIX_IO_API PointFile readPoints(const std::filesystem::path& path,
+                                                 const ReadOptions& options,
+                                                 const core::WorkContext& context);
 
 }  // namespace ombrix::io

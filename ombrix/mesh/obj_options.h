@@ -14,6 +14,7 @@ struct ObjReadOptions {
 /// What `TriMesh::readOBJ` met in a file.
 struct ObjReadResult {
     std::string error;                     ///< empty on success, else a line that names the file
+    bool stopped = false;                  ///< the error is that the caller's context ended the reading
     std::uint64_t lines = 0;               ///< all lines, blank ones too
     std::uint64_t vertices = 0;            ///< appended to the mesh
     std::uint64_t normals = 0;             ///< "vn" lines read
@@ -26,6 +27,7 @@ struct ObjReadResult {
     std::uint64_t droppedTriangles = 0;  ///< an index names no vertex
     std::uint64_t firstProblemLine = 0;  ///< 1-based, the first malformed line or skipped face; 0: none
 
+    /// Whether there is no error.
     [[nodiscard]] bool ok() const { return error.empty(); }
 };
 
@@ -39,6 +41,7 @@ struct ObjWriteOptions {
 struct ObjWriteResult {
     std::string error;        ///< empty on success, else a line that names the file
     std::uint64_t bytes = 0;  ///< written
+    /// Whether there is no error.
     [[nodiscard]] bool ok() const { return error.empty(); }
 };
 

@@ -20,13 +20,14 @@ namespace ombrix::mesh {
 /// along an axis has voxels with the same key.
 class OMBRIX_MESH_API SparseGrid {
 public:
+    /// One voxel.
     struct Node {
         std::vector<Triangle> triangles;  ///< those that overlap the voxel, in face order
     };
 
-    float voxel = 0;                     ///< edge length
-    Vector3f origin = Vector3f::Zero();  ///< lower corner of voxel (0, 0, 0)
-    std::unordered_map<std::uint64_t, Node> nodes{8};
+    float voxel = 0;                                   ///< edge length
+    Vector3f origin = Vector3f::Zero();                ///< lower corner of voxel (0, 0, 0)
+    std::unordered_map<std::uint64_t, Node> nodes{8};  ///< the voxels by key
 
     /// Adds the voxels that the triangles of a mesh touch; one that lies on a voxel face, within 1.2e-7,
     /// stands on both sides. Earlier nodes stay: `clear` first for a fresh grid.
@@ -48,6 +49,7 @@ public:
     [[nodiscard]] const Node& node(std::uint64_t key) const;
     /// Centre of the voxel of a key, whether there is a node or not.
     [[nodiscard]] Vector3f node_center(std::uint64_t key) const;
+    /// Edge length.
     [[nodiscard]] float voxel_size() const { return voxel; }
 
     /// Writes `sparse_grid_voxels.obj`, a cube for each voxel by ascending key, and
@@ -62,6 +64,7 @@ public:
 /// tree and stay as it is; queries may run at once.
 class OMBRIX_MESH_API SparseGridKDTree {
 public:
+    /// Builds the index at once.
     explicit SparseGridKDTree(SparseGrid& grid);
     ~SparseGridKDTree();
     SparseGridKDTree(const SparseGridKDTree&) = delete;

@@ -22,11 +22,13 @@ namespace ombrix::mesh {
 /// in double; of equal answers the face with the lowest index is given.
 class OMBRIX_MESH_API SphereTree {
 public:
+    /// A ball in the mesh's frame.
     struct Sphere {
-        Vector3f center;
-        float radius;
+        Vector3f center;  ///< position
+        float radius;     ///< in units of position
     };
 
+    /// What `closestPoint` finds.
     struct ClosestPoint {
         std::uint32_t face;  ///< index in the mesh
         Vector3f point;      ///< on that face
@@ -37,12 +39,14 @@ public:
     struct RayHit {
         std::uint32_t face;  ///< index in the mesh
         float t;             ///< >= 0, in lengths of the direction
-        float u, v;          ///< >= 0, u + v <= 1
+        float u;             ///< >= 0, u + v <= 1
+        float v;             ///< >= 0, u + v <= 1
     };
 
     /// @param leaf  most faces in a leaf; 0 counts as 1.
     explicit SphereTree(const TriMesh& mesh, unsigned leaf = 8);
 
+    /// The mesh that the tree refers to.
     [[nodiscard]] const TriMesh& mesh() const { return *mesh_; }
 
     /// A sphere around the whole mesh; radius 0 at the origin when there are no faces.

@@ -51,6 +51,7 @@ public:
                                           const std::vector<float>& w) const;
 
 protected:
+    /// `getWeightedAverage` and `getLocalNormal`, over points at hand or the positions with listed indices.
     [[nodiscard]] Vector3f weighted_average(const std::vector<Vector3f>& pts,
                                             const std::vector<float>& w) const;
     [[nodiscard]] Vector3f weighted_average(const std::vector<std::size_t>& indices,

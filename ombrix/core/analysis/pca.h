@@ -69,15 +69,18 @@ private:
 /// their sign.
 class OMBRIX_CORE_API EigenPCA {
 public:
+    /// About the mean, as `PCA::compute`.
     void compute(const std::vector<Vector3f>& pts);
     void compute(const std::vector<Vector3f>& pts, const std::vector<std::size_t>& indices);
 
     /// Nothing is left to do: `compute` gives ascending eigenvalues. Here for code that takes either class.
     void sort() {}
 
+    /// Ascending, in squared units of position.
     [[nodiscard]] const Vector3f& eigenValues() const { return values_; }
     /// One eigenvector per column.
     [[nodiscard]] const Eigen::Matrix3f& eigenVectors() const { return vectors_; }
+    /// Pair i in [0, 2].
     [[nodiscard]] float eigenValue(int i) const { return values_[i]; }
     [[nodiscard]] Vector3f eigenVector(int i) const { return vectors_.col(i); }
     /// As `PCA::curvature`.

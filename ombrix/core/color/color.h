@@ -21,11 +21,12 @@ struct ColorRGB_F;
 
 /// Three 8-bit channels, 0 to 255: the colour that a point cloud stores per point, 3 bytes.
 struct OMBRIX_CORE_API ColorRGB {
-    std::uint8_t r = 0;
-    std::uint8_t g = 0;
-    std::uint8_t b = 0;
+    std::uint8_t r = 0;  ///< red
+    std::uint8_t g = 0;  ///< green
+    std::uint8_t b = 0;  ///< blue
 
     ColorRGB() = default;
+    /// Takes the channels as they are.
     ColorRGB(unsigned char red, unsigned char green, unsigned char blue) : r(red), g(green), b(blue) {}
     /// The high byte of each channel, not rounded.
     ColorRGB(const ColorRGB_16& color);
@@ -63,12 +64,13 @@ struct OMBRIX_CORE_API ColorRGB {
 
 /// Three 8-bit channels and opacity, 4 bytes.
 struct ColorRGBA {
-    std::uint8_t r = 0;
-    std::uint8_t g = 0;
-    std::uint8_t b = 0;
-    std::uint8_t a = 0;
+    std::uint8_t r = 0;  ///< red
+    std::uint8_t g = 0;  ///< green
+    std::uint8_t b = 0;  ///< blue
+    std::uint8_t a = 0;  ///< opacity
 
     ColorRGBA() = default;
+    /// Takes the channels as they are.
     ColorRGBA(unsigned char red, unsigned char green, unsigned char blue, unsigned char alpha)
         : r(red), g(green), b(blue), a(alpha) {}
     ColorRGBA(const ColorRGB& color, unsigned char alpha) : r(color.r), g(color.g), b(color.b), a(alpha) {}
@@ -78,11 +80,12 @@ struct ColorRGBA {
 
 /// Three 16-bit channels, 0 to 65535, 6 bytes.
 struct ColorRGB_16 {
-    std::uint16_t r = 0;
-    std::uint16_t g = 0;
-    std::uint16_t b = 0;
+    std::uint16_t r = 0;  ///< red
+    std::uint16_t g = 0;  ///< green
+    std::uint16_t b = 0;  ///< blue
 
     ColorRGB_16() = default;
+    /// Takes the channels as they are.
     ColorRGB_16(unsigned short red, unsigned short green, unsigned short blue) : r(red), g(green), b(blue) {}
     /// Each channel shifted left by 8: 255 becomes 65280, unlike `ColorRGB::RGBtoRGB_16`.
     ColorRGB_16(unsigned char red, unsigned char green, unsigned char blue)
@@ -99,9 +102,10 @@ struct ColorRGB_16 {
 
 /// One packed word: red in bits 15 to 11, green in bits 10 to 5, blue in bits 4 to 0.
 struct OMBRIX_CORE_API ColorRGB_565 {
-    std::uint16_t value = 0;
+    std::uint16_t value = 0;  ///< the packed word
 
     ColorRGB_565() = default;
+    /// The five, six and five high bits of the channels.
     ColorRGB_565(unsigned char red, unsigned char green, unsigned char blue)
         : value(static_cast<std::uint16_t>((red >> 3) << 11 | (green & 0xFC) << 3 | blue >> 3)) {}
 
@@ -113,11 +117,12 @@ struct OMBRIX_CORE_API ColorRGB_565 {
 
 /// Three float channels, nominally 0 to 1.
 struct OMBRIX_CORE_API ColorRGB_F {
-    float r = 0.0f;
-    float g = 0.0f;
-    float b = 0.0f;
+    float r = 0.0f;  ///< red
+    float g = 0.0f;  ///< green
+    float b = 0.0f;  ///< blue
 
     ColorRGB_F() = default;
+    /// Takes the channels as they are.
     ColorRGB_F(float red, float green, float blue) : r(red), g(green), b(blue) {}
 
     /// Channels * 255, truncated.
@@ -128,11 +133,12 @@ struct OMBRIX_CORE_API ColorRGB_F {
 
 /// Hue in degrees, nominally [0, 360); saturation and value, nominally [0, 1].
 struct OMBRIX_CORE_API ColorHSV {
-    float h = 0.0f;
-    float s = 0.0f;
-    float v = 0.0f;
+    float h = 0.0f;  ///< hue
+    float s = 0.0f;  ///< saturation
+    float v = 0.0f;  ///< value
 
     ColorHSV() = default;
+    /// Takes the three values as they are.
     ColorHSV(float hue, float saturation, float value) : h(hue), s(saturation), v(value) {}
 
     /// A hue of 360 falls into the first sector; a negative hue gives black.
@@ -143,11 +149,12 @@ struct OMBRIX_CORE_API ColorHSV {
 
 /// CIE L*a*b*.
 struct OMBRIX_CORE_API ColorLab {
-    float L = 0.0f;
-    float a = 0.0f;
-    float b = 0.0f;
+    float L = 0.0f;  ///< lightness, 0 to 100
+    float a = 0.0f;  ///< green (negative) to red
+    float b = 0.0f;  ///< blue (negative) to yellow
 
     ColorLab() = default;
+    /// Takes the three values as they are.
     ColorLab(float lightness, float greenRed, float blueYellow) : L(lightness), a(greenRed), b(blueYellow) {}
 
     /// Inverse of `ColorRGB::RGBToLab` for colours that are neither dark nor out of gamut.

@@ -31,7 +31,7 @@ public:
     /// One control point.
     struct Element {
         float position = 0.0f;  ///< relative, in [0, 1]
-        ColorRGB_F color;
+        ColorRGB_F color;       ///< at that position
     };
 
     /// No control points, a table of black, boundaries 0 and 1.

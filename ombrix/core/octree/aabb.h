@@ -11,6 +11,7 @@ struct Aabb {
 
     /// Leaves both corners unset.
     Aabb() = default;
+    /// Takes the corners as they are.
     Aabb(const Vector3d& lower, const Vector3d& upper) : min(lower), max(upper) {}
 
     /// Grows the box so that it contains p.
@@ -19,14 +20,17 @@ struct Aabb {
         max = max.cwiseMax(p);
     }
 
+    /// The middle of the corners.
     [[nodiscard]] Vector3d center() const { return min + (max - min) * 0.5; }
     /// Half of the edges.
     [[nodiscard]] Vector3d radius() const { return (max - min) * 0.5; }
 
+    /// Becomes the box around `center` with these half edges.
     void setCenterRadius(const Vector3d& center, const Vector3d& radius) {
         min = center - radius;
         max = center + radius;
     }
+    /// Becomes the box with these corners.
     void setOriginTop(const Vector3d& origin, const Vector3d& top) {
         min = origin;
         max = top;

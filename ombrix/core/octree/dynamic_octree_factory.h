@@ -19,10 +19,6 @@ namespace ombrix::core {
 
 class NestedOctreeFactory;
 
-namespace detail {
-struct SplitNode;
-}
-
 /// Builds an octree from clouds that arrive one after another: points in leaves only, leaves split above
 /// `maxPoints()`, and a root cube that grows by powers of two when a cloud reaches outside.
 ///
@@ -83,12 +79,14 @@ public:
     /// Box of all points added, widened by 2^-23; minimum above maximum before the first. Coordinates that
     /// are not finite do not count.
     [[nodiscard]] const Aabb& pc_aabb() const { return pcAabb_; }
+    /// Empties that box, as before the first cloud.
     void reset_pc_aabb();
 
     /// The first root cube's edge is the smallest power of two times this that exceeds the cloud's largest
     /// side; 1 at first. A value that is not positive and finite counts as 1.
     [[nodiscard]] float leafSize() const { return leafSize_; }
     void setLeafSize(float leafSize) { leafSize_ = leafSize; }
+    /// A leaf with more points than this is split, unless it lies at depth 20.
     [[nodiscard]] std::uint64_t maxPoints() const { return maxPoints_; }
     /// Receives the two messages of the builder; empty for none.
     void setLogger(std::shared_ptr<spdlog::logger> logger) { logger_ = std::move(logger); }
@@ -147,7 +145,7 @@ private:
     void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode);
     Octree::Node& child(Octree::Node& node, unsigned int octant);
     PointCloud& ownCloud(Octree::Node& node);
-    void insertSplit(Octree::Node& node, std::vector<detail::SplitNode>& split);
+    std::vector<std::uint64_t> split(Octree::Node& node, unsigned int levels);
     [[nodiscard]] bool mustSplit(const Octree::Node& node) const;
 
     std::shared_ptr<Octree> octree_;

@@ -18,6 +18,7 @@ namespace ombrix::core {
 /// run at once as long as all clouds are held.
 class OMBRIX_CORE_API kNNSearch {
 public:
+    /// Only takes the tree's address.
     explicit kNNSearch(Octree& octree) : octree_(&octree) {}
 
     /// Finds the k points nearest to p, or all when there are fewer.

@@ -44,7 +44,7 @@ static_assert(compact3(spread3(0x1fffff)) == 0x1fffff);
 template <class T>
 class morton3d {
 public:
-    T key = 0;
+    T key = 0;  ///< the code
 
     constexpr morton3d() = default;
     /// The code itself.

@@ -29,6 +29,7 @@ class OMBRIX_CORE_API CellMap {
     class Iterator;
 
 public:
+    /// As the standard's associative containers name them.
     using key_type = std::uint64_t;
     using mapped_type = Point;
     using value_type = std::pair<const std::uint64_t, Point>;
@@ -40,13 +41,16 @@ public:
     using const_iterator = Iterator<true>;
 
     CellMap() = default;
+    /// Inserts the entries in this order; of several with one key the first.
     CellMap(std::initializer_list<value_type> entries);
+    /// Copies are deep; a moved-from map is empty.
     CellMap(const CellMap& other);
     CellMap(CellMap&& other) noexcept;
     CellMap& operator=(CellMap other) noexcept;
     ~CellMap() = default;
     void swap(CellMap& other) noexcept;
 
+    /// Number of entries.
     [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
@@ -62,6 +66,7 @@ public:
     }
     [[nodiscard]] std::size_t bucket_count() const noexcept { return table_.size(); }
 
+    /// The entry of a key, or whether there is one; `end()` without.
     [[nodiscard]] bool contains(std::uint64_t key) const noexcept { return positionOf(key) != size_; }
     [[nodiscard]] std::size_t count(std::uint64_t key) const noexcept { return contains(key) ? 1 : 0; }
     [[nodiscard]] iterator find(std::uint64_t key) noexcept;
@@ -81,6 +86,7 @@ public:
     /// The cell's point; a default one is stored first when the cell is free.
     Point& operator[](std::uint64_t key);
 
+    /// The entries, in the order in which they were inserted.
     [[nodiscard]] iterator begin() noexcept;
     [[nodiscard]] iterator end() noexcept;
     [[nodiscard]] const_iterator begin() const noexcept;
@@ -148,6 +154,7 @@ private:
     int shift_ = 63;  ///< 64 - log2 of the table's length
 };
 
+/// Forward iterator over (key, point) entries.
 template <bool Const>
 class CellMap::Iterator {
     using Map = std::conditional_t<Const, const CellMap, CellMap>;

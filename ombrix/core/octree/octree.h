@@ -27,15 +27,18 @@ public:
     /// Levels below the root.
     static constexpr unsigned int MAX_DEPTH = 21;
 
+    /// Points in every node, or in leaves only.
     enum OctreeType { NESTED = 0, FULL = 1 };
 
     /// The key itself: the low bits of node keys are well spread.
     struct hash {
+        /// The key.
         [[nodiscard]] std::size_t operator()(std::uint64_t key) const noexcept { return key; }
     };
 
+    /// One cube of the tree and the points that it holds.
     struct Node {
-        std::uint64_t key = 0;
+        std::uint64_t key = 0;             ///< see morton.h
         std::uint64_t size = 0;            ///< number of points, kept when the cloud is released
         std::shared_ptr<PointCloud> pc;    ///< the points; empty when released or never loaded
         std::shared_ptr<void> compressed;  ///< a second form of the points, for derived trees
@@ -45,10 +48,11 @@ public:
 
     /// A node's cube, relative to the tree's origin.
     struct Aabb {
-        Vector3f center;
-        float radius;  ///< half of the edge
+        Vector3f center;  ///< relative to the tree's origin
+        float radius;     ///< half of the edge
     };
 
+    /// Nodes by key, in no particular order.
     using NodeMap = std::unordered_map<std::uint64_t, Node, hash>;
 
     Octree();
@@ -79,8 +83,9 @@ public:
     /// Erases the node, if there is one; masks stay as they are.
     virtual void delete_node(std::uint64_t key);
 
-    /// Hooks for derived trees; nothing happens here.
-    /// Points or mask of the node were changed.
+    // Hooks for derived trees; nothing happens here.
+
+    /// Points or mask of the node were changed. A hook: nothing happens here.
     virtual void update_node(std::uint64_t key);
     /// What is in memory may be dropped because it can be had again: cloud empty, size kept.
     virtual void recycle_node(std::uint64_t key);
@@ -98,6 +103,7 @@ public:
     /// @return  the erased keys, breadth first; none when the key is absent.
     virtual std::vector<std::uint64_t> remove_branch(std::uint64_t key);
 
+    /// Key of the root, whether a key has a node, and the number of nodes.
     [[nodiscard]] std::uint64_t rootKey() const { return 1; }
     [[nodiscard]] bool hasKey(std::uint64_t key) const { return nodes_.count(key) != 0; }
     [[nodiscard]] std::uint64_t keyCount() const { return nodes_.size(); }
@@ -154,20 +160,25 @@ public:
     /// pc_top() - pc_origin().
     [[nodiscard]] Vector3f pc_extend();
 
+    /// Lower and upper corner of the root box as they were set.
     [[nodiscard]] const Vector3f& origin() const { return origin_; }
     [[nodiscard]] const Vector3f& top() const { return top_; }
     /// Edge of the root cube.
     [[nodiscard]] float extend() const { return extend_; }
+    /// What kind of tree this is.
     [[nodiscard]] OctreeType type() const { return type_; }
     [[nodiscard]] OctreeType& type() { return type_; }
+    /// Range of the points' scalars; 3.4028235e38 and -3.4028235e38 before the first.
     [[nodiscard]] float scalarfieldMin() const { return scalarMin_; }
     [[nodiscard]] float scalarfieldMax() const { return scalarMax_; }
     void setScalarFieldMinMax(float min, float max);
     /// Takes the root box of another tree as it is; the edge is not derived again, which could round it.
     void copyBox(const Octree& other);
 
+    /// The tree itself.
     [[nodiscard]] Octree& get() { return *this; }
     [[nodiscard]] const Octree& get() const { return *this; }
+    /// The nodes themselves: whoever adds or erases here cares for the masks.
     [[nodiscard]] NodeMap& nodes() { return nodes_; }
     [[nodiscard]] const NodeMap& nodes() const { return nodes_; }
 

@@ -23,6 +23,7 @@ public:
         std::uint32_t depth;  ///< depth of the node, 0 for the root
     };
 
+    /// (index of a point, its 21-level Morton code).
     using Pair = std::pair<std::uint64_t, std::uint64_t>;
     /// (index of a point, its 21-level Morton code) pairs.
     using PairVector = tbb::concurrent_vector<Pair, tbb::cache_aligned_allocator<Pair>>;

@@ -67,11 +67,11 @@ protected:
     /// Widens the scalar range by the cloud's scalars, if there are any.
     void widenScalarRange(const PointCloud& cloud);
 
-    Vector3f origin_;
-    Vector3f top_;
-    float extend_;
-    float scalarMin_ = 3.4028235e38f;
-    float scalarMax_ = -3.4028235e38f;
+    Vector3f origin_;                   ///< see `origin()`
+    Vector3f top_;                      ///< see `top()`
+    float extend_;                      ///< see `extend()`
+    float scalarMin_ = 3.4028235e38f;   ///< see `scalarfieldMin()`
+    float scalarMax_ = -3.4028235e38f;  ///< see `scalarfieldMax()`
 
 private:
     [[nodiscard]] static Vector3f normalize(const Vector3f& p, float extend);

@@ -59,6 +59,7 @@ public:
     [[nodiscard]] virtual std::uint64_t byteSize() const = 0;
     /// Length of as many whole elements as fit into n bytes.
     virtual void resizeBytes(std::uint64_t n) = 0;
+    /// Whether there is no element.
     [[nodiscard]] virtual bool empty() const = 0;
     /// Becomes the listed elements of `other`, in list order, with its component count.
     virtual void copySelected(const FieldType& other, const std::vector<std::uint64_t>& indices) = 0;
@@ -118,8 +119,10 @@ extern template class OMBRIX_CORE_API FieldArray<Vector3d>;
 class OMBRIX_CORE_API FieldContainer {
 public:
     FieldContainer() = default;
+    /// Shares the other container's fields.
     FieldContainer(const FieldContainer& other);
     FieldContainer(FieldContainer&&) noexcept = default;
+    /// Shares the other container's fields.
     FieldContainer& operator=(const FieldContainer& other);
     FieldContainer& operator=(FieldContainer&&) noexcept = default;
     ~FieldContainer() = default;
@@ -127,8 +130,10 @@ public:
     /// Hash of a name: 64-bit FNV-1a over its bytes.
     /// Source: Fowler, Noll, Vo, "The FNV Non-Cryptographic Hash Algorithm", IETF draft.
     struct OMBRIX_CORE_API hash {
+        /// The hash of a name.
         [[nodiscard]] std::size_t operator()(const std::string& name) const noexcept;
     };
+    /// Fields by name, as a container holds them.
     using Map = std::unordered_map<std::string, std::shared_ptr<FieldType>, hash>;
     using const_iterator = Map::const_iterator;
 
@@ -139,6 +144,7 @@ public:
     template <class T>
     std::pair<std::shared_ptr<FieldArray<T>>, bool> addField(const std::string& name);
 
+    /// Whether a field of that name is registered.
     [[nodiscard]] bool contains(const std::string& name) const;
 
     /// The field of that name.

@@ -91,6 +91,7 @@ public:
     /// Normals are not scaled back to unit length.
     void transform(const Eigen::Transform<double, 3, Eigen::Affine>& transform);
 
+    /// The arrays and fields themselves; their lengths are then the caller's to care for.
     [[nodiscard]] std::vector<Vector3f>& positions() { return positions_; }
     [[nodiscard]] const std::vector<Vector3f>& positions() const { return positions_; }
     [[nodiscard]] std::vector<ColorRGB>& colors() { return colors_; }

@@ -11,11 +11,11 @@ namespace ombrix::core {
 
 /// A report of progress to hand around; the library gives no meaning to its values.
 struct OMBRIX_CORE_API Progress {
-    std::string text;
-    std::uint64_t current = 0;
-    std::uint64_t total = 0;
-    std::uint32_t code = 0;
-    std::uint8_t flag = 0;
+    std::string text;           ///< what is being done
+    std::uint64_t current = 0;  ///< how much of it
+    std::uint64_t total = 0;    ///< out of how much
+    std::uint32_t code = 0;     ///< free for applications
+    std::uint8_t flag = 0;      ///< free for applications
 };
 
 /// A bar on one line of a console, redrawn in place by carriage returns.
@@ -45,6 +45,7 @@ public:
     [[nodiscard]] std::uint64_t delta(std::uint64_t n) const noexcept;
 
 protected:
+    /// Number of cells.
     [[nodiscard]] std::uint64_t width() const noexcept { return width_; }
     /// Writes the whole line but its end, with the time so far, and flushes the stream.
     void writeStatus(std::uint64_t percent, const std::string& cells, std::uint64_t points);
@@ -65,6 +66,7 @@ class OMBRIX_CORE_API PointProgressBar : public ProgressBar {
 public:
     using ProgressBar::update;
 
+    /// As the base.
     PointProgressBar(std::ostream& out, std::uint64_t width);
 
     /// The expected number of points. While it is 0, nothing is redrawn.

@@ -17,6 +17,7 @@ namespace ombrix::core {
 /// `setPosition` must be called before any test.
 class OMBRIX_CORE_API ViewFrustum {
 public:
+    /// The camera's frame: linear part and centre.
     using Pose = Eigen::Transform<float, 3, Eigen::Affine>;
 
     ViewFrustum();
@@ -31,24 +32,29 @@ public:
     void setPixelSize(int height, int width);
     /// Clip distances along the view axis.
     void setClipPlane(float near, float far);
+    /// Whether the view is a box instead of a pyramid.
     void setOrthographic(bool orthographic);
     /// Half of the height of the orthographic view box, 1 at first.
     void setOrthographicSize(float halfHeight);
     /// Columns: the camera's x, y and view axis, and its centre.
     void setPosition(const Pose& pose);
 
+    /// As it was set.
     [[nodiscard]] const Pose& getPosition() const { return position_; }
     /// Horizontal opening angle in radians.
     [[nodiscard]] float hFov() const { return hFov_; }
     /// Tangent of half of the vertical angle.
     [[nodiscard]] float slope() const { return slope_; }
+    /// As they were set.
     [[nodiscard]] int pixelHeight() const { return pixelHeight_; }
     [[nodiscard]] bool orthographic() const { return orthographic_; }
     /// Width / height.
     [[nodiscard]] float aspect() const { return aspect_; }
+    /// Clip distances along the view axis, and half of the height of the orthographic view box.
     [[nodiscard]] float nearDepth() const { return near_; }
     [[nodiscard]] float farDepth() const { return far_; }
     [[nodiscard]] float orthographicSize() const { return orthographicSize_; }
+    /// Columns of the pose: the camera's x, y and view axis.
     [[nodiscard]] Vector3f ax() const { return position_.linear().col(0); }
     [[nodiscard]] Vector3f ay() const { return position_.linear().col(1); }
     [[nodiscard]] Vector3f az() const { return position_.linear().col(2); }

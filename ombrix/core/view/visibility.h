@@ -19,11 +19,12 @@ class OMBRIX_CORE_API Visibility {
 public:
     /// A selected node, for upload to a renderer. The selected children of a node follow one another.
     struct HNode {
-        std::uint64_t key;
+        std::uint64_t key;          ///< of the node
         std::uint32_t childMask;    ///< bit i: the child in octant i is selected, too
         std::uint64_t childOffset;  ///< index of the first selected child minus the own index; 0 for none
     };
 
+    /// Only takes the tree's address.
     explicit Visibility(Octree& octree);
 
     /// Selects nodes, the one with the largest projected size first, children only after their parent.
@@ -44,6 +45,7 @@ public:
     /// Rebuilds the hierarchy of the selected nodes, breadth first. With `onlyLoaded`, nodes without a cloud
     /// are left out with all below them. A tree without a root has an empty hierarchy.
     void buildHierarchy(bool onlyLoaded);
+    /// The hierarchy as last built.
     [[nodiscard]] const std::vector<HNode>& getHierarchy() const { return hierarchy_; }
     /// Writes a line "h childMask childOffset" for every entry of the hierarchy to standard output.
     void debugHierarchyNodes();
@@ -51,10 +53,12 @@ public:
 protected:
     /// Resets the visible flag of all nodes.
     void clear();
+    /// Selects, see `update`, without resetting first.
     std::uint64_t computeVisibleNodes(const ViewFrustum& frustum, std::uint64_t budget, float minSize);
     /// Radius of the node's bounding sphere in pixels; 0 outside of the frustum. In an orthographic frustum
     /// it shrinks with the depth along the view axis, on purpose.
     [[nodiscard]] float projectedSize(const ViewFrustum& frustum, const Octree::Node& node) const;
+    /// Whether the node is selected and, with `onlyLoaded`, has its cloud.
     [[nodiscard]] bool visibleNode(const Octree::Node& node, bool onlyLoaded) const;
     /// Depth of detail that the hierarchy draws at p, a position relative to the tree's origin.
     ///
