@@ -11,4 +11,5 @@ echo "Building the documentation of version $OMBRIX_VERSION in build/docs"
 rm -rf build/docs
 mkdir -p build/docs
 doxygen docs/Doxyfile
-echo "Open build/docs/index.html"
+cp -r docs/pictures build/docs/pictures  # the guides name them relative to their own folder
+echo "Open build/docs/html/index.html"

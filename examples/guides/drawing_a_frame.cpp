@@ -11,7 +11,7 @@
 
 using namespace ombrix::core;
 
-// Twelve bytes a node, as the shader reads them
+// A node as the shader reads it
 struct GpuNode {
     std::uint32_t childMask;
     std::uint32_t childOffset;

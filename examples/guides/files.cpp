@@ -12,7 +12,7 @@ using namespace ombrix::core;
 namespace io = ombrix::io;
 
 int main(int count, char** words) {
-    const std::filesystem::path folder = count > 1 ? words[1] : "guide_files";
+    const std::filesystem::path folder = count > 1 ? words[1] : "guide_output/files";
     std::filesystem::create_directories(folder);
 
     // A scan in text, as instruments export it

@@ -70,7 +70,7 @@ int main(int count, char** words) {
     }
     NestedOctreeFactory factory(cloud.aabb_min(), cloud.aabb_max());
     factory.add(cloud);
-    FolderTree tree(count > 1 ? words[1] : "guide_pages");
+    FolderTree tree(count > 1 ? words[1] : "guide_output/pages");
     factory(tree);
     expect(tree.size() == cloud.size() && tree.loaded() == 0, "sizes stay, points are on disk");
 
