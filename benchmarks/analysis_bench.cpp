@@ -10,7 +10,7 @@
 #include <ombrix/core/analysis/statistical_outliers.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 
-#include <benchmarks/support/analysis_clouds.h>
+#include <benchmarks/support/bench_cloud.h>
 
 namespace ombrix::benchmarks {
 namespace {
@@ -18,7 +18,7 @@ namespace {
 using namespace ombrix::core;
 
 void KDTreeBuild(benchmark::State& state) {
-    const PointCloud& cloud = sharedTerrain(state.range(0));
+    const core::PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         const KDTree tree(cloud);
         benchmark::DoNotOptimize(&tree);
@@ -27,7 +27,7 @@ void KDTreeBuild(benchmark::State& state) {
 }
 
 void NormalsOfCloud16(benchmark::State& state) {
-    PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         NormalEstimator::compute(cloud, 16);
     }
@@ -35,8 +35,8 @@ void NormalsOfCloud16(benchmark::State& state) {
 }
 
 void NormalsOfOctree16(benchmark::State& state) {
-    const PointCloud& cloud = sharedTerrain(state.range(0));
-    FullOctreeFactory factory(Vector3f::Zero(), 1000.0f, 4096);
+    const core::PointCloud& cloud = benchCloud(state.range(0));
+    FullOctreeFactory factory(Vector3f::Zero(), cubeEdge(state.range(0)), 4096);
     factory.add(cloud);
     Octree octree;
     factory(octree);
@@ -47,7 +47,7 @@ void NormalsOfOctree16(benchmark::State& state) {
 }
 
 void OrientAlongSpanningTree10(benchmark::State& state) {
-    PointCloud& cloud = sharedTerrain(state.range(0));
+    core::PointCloud cloud = benchCloud(state.range(0));
     NormalEstimator::compute(cloud, 16);
     for (auto _ : state) {
         NormalOrientation::alongSpanningTree(cloud, 10);
@@ -56,7 +56,7 @@ void OrientAlongSpanningTree10(benchmark::State& state) {
 }
 
 void SurfaceDensityOmpAboutTenNeighbours(benchmark::State& state) {
-    const PointCloud& cloud = sharedTerrain(state.range(0));
+    const core::PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         const KDTree tree(cloud);
         Density density;
@@ -67,7 +67,7 @@ void SurfaceDensityOmpAboutTenNeighbours(benchmark::State& state) {
 }
 
 void MeanNearestDistance(benchmark::State& state) {
-    const PointCloud& cloud = sharedTerrain(state.range(0));
+    const core::PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         benchmark::DoNotOptimize(ResolutionEstimator::mean_dist(cloud.positions()));
     }
@@ -75,24 +75,20 @@ void MeanNearestDistance(benchmark::State& state) {
 }
 
 void StatisticalOutliers16(benchmark::State& state) {
-    const PointCloud& cloud = sharedTerrain(state.range(0));
+    const core::PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         benchmark::DoNotOptimize(StatisticalOutliers::find(cloud.positions(), 16, 2.0f));
     }
     pointRate(state);
 }
 
-void sizes(benchmark::internal::Benchmark* b) {
-    b->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
-}
-
-BENCHMARK(KDTreeBuild)->Apply(sizes);
-BENCHMARK(NormalsOfCloud16)->Apply(sizes);
-BENCHMARK(NormalsOfOctree16)->Apply(sizes);
-BENCHMARK(OrientAlongSpanningTree10)->Apply(sizes);
-BENCHMARK(SurfaceDensityOmpAboutTenNeighbours)->Apply(sizes);
-BENCHMARK(MeanNearestDistance)->Apply(sizes);
-BENCHMARK(StatisticalOutliers16)->Apply(sizes);
+BENCHMARK(KDTreeBuild)->Apply(pointSizes);
+BENCHMARK(NormalsOfCloud16)->Apply(pointSizes);
+BENCHMARK(NormalsOfOctree16)->Apply(pointSizes);
+BENCHMARK(OrientAlongSpanningTree10)->Apply(pointSizes);
+BENCHMARK(SurfaceDensityOmpAboutTenNeighbours)->Apply(pointSizes);
+BENCHMARK(MeanNearestDistance)->Apply(pointSizes);
+BENCHMARK(StatisticalOutliers16)->Apply(pointSizes);
 
 }  // namespace
 }  // namespace ombrix::benchmarks

@@ -7,22 +7,23 @@
 
 #include <ombrix/core.h>
 
-#include "benchmarks/support/terrain.h"
+#include "benchmarks/support/bench_cloud.h"
 
 namespace {
 
 using namespace ombrix::core;
-using ombrix::benchmarks::keptTerrainCloud;
+using ombrix::benchmarks::benchCloud;
+using ombrix::benchmarks::cubeEdge;
+using ombrix::benchmarks::pointSizes;
 
 constexpr unsigned int CAPACITY = 128;
-constexpr float EDGE = 1000.0f;
 constexpr std::size_t SLICES = 10;
 
 /// The terrain in ten clouds: consecutive points, which lie all over it, or strips along x.
-std::vector<PointCloud> slicesOf(const PointCloud& cloud, bool strips) {
+std::vector<PointCloud> slicesOf(const PointCloud& cloud, float edge, bool strips) {
     std::vector<std::vector<std::uint64_t>> indices(SLICES);
     for (std::uint64_t i = 0; i < cloud.size(); ++i) {
-        const std::size_t strip = static_cast<std::size_t>(cloud.positions()[i].x() / EDGE * SLICES);
+        const std::size_t strip = static_cast<std::size_t>(cloud.positions()[i].x() / edge * SLICES);
         indices[strips ? std::min(strip, SLICES - 1) : i * SLICES / cloud.size()].push_back(i);
     }
     std::vector<PointCloud> slices(SLICES);
@@ -33,9 +34,9 @@ std::vector<PointCloud> slicesOf(const PointCloud& cloud, bool strips) {
 }
 
 void FullOctreeOfTheWhole(benchmark::State& state) {
-    const PointCloud& cloud = keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
-        FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
+        FullOctreeFactory factory(Vector3f::Zero(), cubeEdge(state.range(0)), CAPACITY);
         Octree octree;
         factory.add(cloud);
         factory(octree);
@@ -48,7 +49,8 @@ void FullOctreeOfTheWhole(benchmark::State& state) {
 }
 
 void DynamicOctreeOfTenSlices(benchmark::State& state) {
-    const std::vector<PointCloud> slices = slicesOf(keptTerrainCloud(state.range(0)), state.range(2) != 0);
+    const std::vector<PointCloud> slices =
+        slicesOf(benchCloud(state.range(0)), cubeEdge(state.range(0)), state.range(2) != 0);
     for (auto _ : state) {
         DynamicOctreeFactory factory(static_cast<std::uint64_t>(state.range(1)));
         for (const PointCloud& slice : slices) {
@@ -78,7 +80,7 @@ std::vector<Vector3f> queriesOf(const PointCloud& cloud) {
 }
 
 void KnnOfKDTree(benchmark::State& state) {
-    const PointCloud& cloud = keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = benchCloud(state.range(0));
     const std::vector<Vector3f> queries = queriesOf(cloud);
     const KDTree tree(cloud);
     std::vector<std::size_t> indices;
@@ -103,8 +105,9 @@ void searchAll(benchmark::State& state, Octree& octree, const std::vector<Vector
 }
 
 void KnnInFullOctree(benchmark::State& state) {
-    const PointCloud& cloud = keptTerrainCloud(state.range(0));
-    FullOctreeFactory factory(Vector3f::Zero(), EDGE, static_cast<unsigned int>(state.range(1)));
+    const PointCloud& cloud = benchCloud(state.range(0));
+    FullOctreeFactory factory(Vector3f::Zero(), cubeEdge(state.range(0)),
+                              static_cast<unsigned int>(state.range(1)));
     Octree octree;
     factory.add(cloud);
     factory(octree);
@@ -112,8 +115,8 @@ void KnnInFullOctree(benchmark::State& state) {
 }
 
 void KnnInNestedOctree(benchmark::State& state) {
-    const PointCloud& cloud = keptTerrainCloud(state.range(0));
-    NestedOctreeFactory factory(Vector3f::Zero(), EDGE);
+    const PointCloud& cloud = benchCloud(state.range(0));
+    NestedOctreeFactory factory(Vector3f::Zero(), cubeEdge(state.range(0)));
     Octree octree;
     factory.add(cloud);
     factory(octree);
@@ -123,20 +126,21 @@ void KnnInNestedOctree(benchmark::State& state) {
 }
 
 void MortonSortedCloud(benchmark::State& state) {
-    const PointCloud& cloud = keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
-        const PointCloudMorton sorted(cloud, Vector3f::Zero(), EDGE);
+        const PointCloudMorton sorted(cloud, Vector3f::Zero(), cubeEdge(state.range(0)));
         benchmark::DoNotOptimize(sorted.codes().data());
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-/// Cells of a metre: ten points a cell; with all of adding and merging.
+/// Ten points a cell; with all of adding and merging.
 void MergeTenSlices(benchmark::State& state) {
-    const std::vector<PointCloud> slices = slicesOf(keptTerrainCloud(state.range(0)), false);
+    const std::vector<PointCloud> slices =
+        slicesOf(benchCloud(state.range(0)), cubeEdge(state.range(0)), false);
     PointCloud out;
     for (auto _ : state) {
-        Merge merge(1.0f);
+        Merge merge(ombrix::benchmarks::tenPointCell(state.range(0)));
         merge.setAveraging(state.range(1) != 0);
         for (const PointCloud& slice : slices) {
             merge.add(slice, Vector3d::Zero());
@@ -147,27 +151,28 @@ void MergeTenSlices(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-BENCHMARK(FullOctreeOfTheWhole)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+const std::int64_t LARGEST = ombrix::benchmarks::pointCounts().back();
+BENCHMARK(FullOctreeOfTheWhole)->Apply(pointSizes);
 BENCHMARK(DynamicOctreeOfTenSlices)
     ->ArgNames({"points", "maxPoints", "strips"})
-    ->Args({10'000'000, CAPACITY, 0})
-    ->Args({10'000'000, CAPACITY, 1})
-    ->Args({10'000'000, 65536, 0})
-    ->Args({10'000'000, 65536, 1})
+    ->Args({LARGEST, CAPACITY, 0})
+    ->Args({LARGEST, CAPACITY, 1})
+    ->Args({LARGEST, 65536, 0})
+    ->Args({LARGEST, 65536, 1})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
-BENCHMARK(KnnOfKDTree)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(KnnOfKDTree)->Apply(pointSizes);
 BENCHMARK(KnnInFullOctree)
     ->ArgNames({"points", "capacity"})
-    ->Args({10'000'000, 32})
-    ->Args({10'000'000, CAPACITY})
+    ->Args({LARGEST, 32})
+    ->Args({LARGEST, CAPACITY})
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(KnnInNestedOctree)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
-BENCHMARK(MortonSortedCloud)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(KnnInNestedOctree)->Apply(pointSizes);
+BENCHMARK(MortonSortedCloud)->Apply(pointSizes);
 BENCHMARK(MergeTenSlices)
     ->ArgNames({"points", "average"})
-    ->Args({10'000'000, 0})
-    ->Args({10'000'000, 1})
+    ->Args({LARGEST, 0})
+    ->Args({LARGEST, 1})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

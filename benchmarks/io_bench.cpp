@@ -14,7 +14,7 @@
 
 #include <ombrix/io.h>
 
-#include "benchmarks/support/terrain.h"
+#include "benchmarks/support/bench_cloud.h"
 
 namespace {
 
@@ -27,12 +27,7 @@ enum class Form { FLOAT_PLY, DOUBLE_PLY, LAS, ASCII_PLY, TEXT, OBJ };
 const Vector3d FAR_AWAY(600000.0, 4900000.0, 0.0);
 
 const PointCloud& cloudOf(std::size_t points) {
-    static std::map<std::size_t, PointCloud> clouds;
-    const auto [it, isNew] = clouds.try_emplace(points);
-    if (isNew) {
-        it->second = ombrix::benchmarks::terrainCloud(points);
-    }
-    return it->second;
+    return ombrix::benchmarks::benchCloud(static_cast<std::int64_t>(points));
 }
 
 /// The files of this run, removed at its end.
@@ -170,27 +165,25 @@ void BaselineFwrite(benchmark::State& state) {
     setRates(state, path);
 }
 
-void sizes(benchmark::internal::Benchmark* bench) {
-    bench->Arg(1'000'000)->Arg(3'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
-}
+using ombrix::benchmarks::pointSizes;
 
 }  // namespace
 
-BENCHMARK(Read<Form::FLOAT_PLY>)->Apply(sizes)->Arg(10'000'000);
-BENCHMARK(BaselineFread<Form::FLOAT_PLY>)->Apply(sizes)->Arg(10'000'000);
-BENCHMARK(Read<Form::DOUBLE_PLY>)->Apply(sizes);
-BENCHMARK(BaselineFread<Form::DOUBLE_PLY>)->Apply(sizes);
-BENCHMARK(Read<Form::LAS>)->Apply(sizes)->Arg(10'000'000);
-BENCHMARK(BaselineFread<Form::LAS>)->Apply(sizes)->Arg(10'000'000);
-BENCHMARK(Read<Form::ASCII_PLY>)->Apply(sizes);
-BENCHMARK(BaselineFread<Form::ASCII_PLY>)->Apply(sizes);
-BENCHMARK(Read<Form::TEXT>)->Apply(sizes);
-BENCHMARK(BaselineFread<Form::TEXT>)->Apply(sizes);
-BENCHMARK(Read<Form::OBJ>)->Apply(sizes);
-BENCHMARK(BaselineFread<Form::OBJ>)->Apply(sizes);
-BENCHMARK(Write<Form::FLOAT_PLY>)->Apply(sizes);
-BENCHMARK(BaselineFwrite<Form::FLOAT_PLY>)->Apply(sizes);
-BENCHMARK(Write<Form::DOUBLE_PLY>)->Apply(sizes);
-BENCHMARK(BaselineFwrite<Form::DOUBLE_PLY>)->Apply(sizes);
-BENCHMARK(Write<Form::LAS>)->Apply(sizes);
-BENCHMARK(BaselineFwrite<Form::LAS>)->Apply(sizes);
+BENCHMARK(Read<Form::FLOAT_PLY>)->Apply(pointSizes);
+BENCHMARK(BaselineFread<Form::FLOAT_PLY>)->Apply(pointSizes);
+BENCHMARK(Read<Form::DOUBLE_PLY>)->Apply(pointSizes);
+BENCHMARK(BaselineFread<Form::DOUBLE_PLY>)->Apply(pointSizes);
+BENCHMARK(Read<Form::LAS>)->Apply(pointSizes);
+BENCHMARK(BaselineFread<Form::LAS>)->Apply(pointSizes);
+BENCHMARK(Read<Form::ASCII_PLY>)->Apply(pointSizes);
+BENCHMARK(BaselineFread<Form::ASCII_PLY>)->Apply(pointSizes);
+BENCHMARK(Read<Form::TEXT>)->Apply(pointSizes);
+BENCHMARK(BaselineFread<Form::TEXT>)->Apply(pointSizes);
+BENCHMARK(Read<Form::OBJ>)->Apply(pointSizes);
+BENCHMARK(BaselineFread<Form::OBJ>)->Apply(pointSizes);
+BENCHMARK(Write<Form::FLOAT_PLY>)->Apply(pointSizes);
+BENCHMARK(BaselineFwrite<Form::FLOAT_PLY>)->Apply(pointSizes);
+BENCHMARK(Write<Form::DOUBLE_PLY>)->Apply(pointSizes);
+BENCHMARK(BaselineFwrite<Form::DOUBLE_PLY>)->Apply(pointSizes);
+BENCHMARK(Write<Form::LAS>)->Apply(pointSizes);
+BENCHMARK(BaselineFwrite<Form::LAS>)->Apply(pointSizes);

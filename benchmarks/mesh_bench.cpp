@@ -7,7 +7,7 @@
 
 #include <ombrix/mesh.h>
 
-#include "mesh_bench_data.h"
+#include "benchmarks/support/bumpy_torus.h"
 
 namespace {
 
@@ -17,7 +17,8 @@ using namespace ombrix::mesh;
 const std::string& meshFile() {
     static const std::string path = [] {
         const auto file = std::filesystem::temp_directory_path() / "ombrix_mesh_bench.obj";
-        (void)bench::bumpyTorus().writeOBJ(file.string(), {.normals = false, .significantDigits = 6});
+        (void)ombrix::benchmarks::bumpyTorus().writeOBJ(file.string(),
+                                                        {.normals = false, .significantDigits = 6});
         return file.string();
     }();
     return path;
@@ -36,7 +37,7 @@ void ReadObjMillionTriangles(benchmark::State& state) {
         mesh.readOBJ(path);
         benchmark::DoNotOptimize(mesh.faces.data());
     }
-    setRates(state, std::filesystem::file_size(path), bench::bumpyTorus().faces.size());
+    setRates(state, std::filesystem::file_size(path), ombrix::benchmarks::bumpyTorus().faces.size());
 }
 
 void ReadObjWithOptionsMillionTriangles(benchmark::State& state) {
@@ -45,12 +46,12 @@ void ReadObjWithOptionsMillionTriangles(benchmark::State& state) {
         TriMesh mesh;
         benchmark::DoNotOptimize(mesh.readOBJ(path, ObjReadOptions{}));
     }
-    setRates(state, std::filesystem::file_size(path), bench::bumpyTorus().faces.size());
+    setRates(state, std::filesystem::file_size(path), ombrix::benchmarks::bumpyTorus().faces.size());
 }
 
 /// Argument: significant digits.
 void WriteObjMillionTriangles(benchmark::State& state) {
-    const TriMesh& mesh = bench::bumpyTorus();
+    const TriMesh& mesh = ombrix::benchmarks::bumpyTorus();
     const std::string path = meshFile() + ".out";
     const ObjWriteOptions options{.normals = false, .significantDigits = static_cast<int>(state.range(0))};
     std::uint64_t bytes = 0;
@@ -63,7 +64,7 @@ void WriteObjMillionTriangles(benchmark::State& state) {
 
 /// Argument: voxels along the longest side.
 void SparseGridBuildMillionTriangles(benchmark::State& state) {
-    const TriMesh& mesh = bench::bumpyTorus();
+    const TriMesh& mesh = ombrix::benchmarks::bumpyTorus();
     Vector3f min, max;
     mesh.getMinMax(min, max);
     const float voxel = (max - min).maxCoeff() / static_cast<float>(state.range(0));
@@ -77,7 +78,7 @@ void SparseGridBuildMillionTriangles(benchmark::State& state) {
 }
 
 void SphereTreeBuildMillionTriangles(benchmark::State& state) {
-    const TriMesh& mesh = bench::bumpyTorus();
+    const TriMesh& mesh = ombrix::benchmarks::bumpyTorus();
     for (auto _ : state) {
         const SphereTree tree(mesh);
         benchmark::DoNotOptimize(tree.root());
@@ -88,7 +89,7 @@ void SphereTreeBuildMillionTriangles(benchmark::State& state) {
 /// Queries spread over the mesh's box, in random order. Argument: percent of the half box that they fill,
 /// or 0 for queries that lie within 1 % of the surface.
 void SphereTreeClosestPointMillionTriangles(benchmark::State& state) {
-    const TriMesh& mesh = bench::bumpyTorus();
+    const TriMesh& mesh = ombrix::benchmarks::bumpyTorus();
     static const SphereTree tree(mesh);
     Vector3f min, max;
     mesh.getMinMax(min, max);

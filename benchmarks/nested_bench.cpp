@@ -9,15 +9,15 @@
 
 #include <ombrix/core.h>
 
+#include "benchmarks/support/bench_cloud.h"
 #include "benchmarks/support/peak_memory.h"
-#include "benchmarks/support/terrain.h"
 
 namespace {
 
 using namespace ombrix::core;
+using ombrix::benchmarks::cubeEdge;
 using ombrix::benchmarks::PeakMemory;
-
-constexpr float EDGE = 1000.0f;
+using ombrix::benchmarks::pointSizes;
 
 class SortedBuilder : public NestedOctreeFactory {
 public:
@@ -42,14 +42,14 @@ protected:
 template <class Builder, class Insert>
 void build(benchmark::State& state, const Insert& insert) {
     const tbb::global_control oneThread(tbb::global_control::max_allowed_parallelism, 1);
-    const PointCloud& cloud = ombrix::benchmarks::keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = ombrix::benchmarks::benchCloud(state.range(0));
     double peak = 0;
     for (auto _ : state) {
         state.PauseTiming();
         const PeakMemory memory;
         {
             state.ResumeTiming();
-            Builder builder(Vector3f::Zero(), EDGE);
+            Builder builder(Vector3f::Zero(), cubeEdge(state.range(0)));
             Octree octree;
             insert(builder, cloud);
             builder(octree);
@@ -76,10 +76,11 @@ void NestedBuildSorted(benchmark::State& state) {
 
 /// The yardstick.
 void SortOfCodeIndexPairs(benchmark::State& state) {
-    const PointCloud& cloud = ombrix::benchmarks::keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = ombrix::benchmarks::benchCloud(state.range(0));
     std::vector<std::pair<std::uint64_t, std::uint64_t>> unsorted(cloud.size());
     for (std::uint64_t i = 0; i < cloud.size(); ++i) {
-        unsorted[i] = {OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), EDGE).key, i};
+        unsorted[i] = {
+            OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), cubeEdge(state.range(0))).key, i};
     }
     for (auto _ : state) {
         state.PauseTiming();
@@ -93,7 +94,7 @@ void SortOfCodeIndexPairs(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(SortOfCodeIndexPairs)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
-BENCHMARK(NestedBuild)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
-BENCHMARK(NestedBuildByDerivedBuilder)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
-BENCHMARK(NestedBuildSorted)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(SortOfCodeIndexPairs)->Apply(pointSizes);
+BENCHMARK(NestedBuild)->Apply(pointSizes);
+BENCHMARK(NestedBuildByDerivedBuilder)->Apply(pointSizes);
+BENCHMARK(NestedBuildSorted)->Apply(pointSizes);

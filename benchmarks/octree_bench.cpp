@@ -8,27 +8,28 @@
 
 #include <ombrix/core.h>
 
+#include "benchmarks/support/bench_cloud.h"
 #include "benchmarks/support/peak_memory.h"
-#include "benchmarks/support/terrain.h"
 
 namespace {
 
 using namespace ombrix::core;
-using ombrix::benchmarks::keptTerrainCloud;
+using ombrix::benchmarks::benchCloud;
+using ombrix::benchmarks::cubeEdge;
 using ombrix::benchmarks::PeakMemory;
+using ombrix::benchmarks::pointSizes;
 
 constexpr unsigned int CAPACITY = 128;
-constexpr float EDGE = 1000.0f;
 
 void FullOctreeAddAndBuild(benchmark::State& state) {
-    const PointCloud& cloud = keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = benchCloud(state.range(0));
     double peak = 0;
     for (auto _ : state) {
         state.PauseTiming();
         const PeakMemory memory;
         {
             state.ResumeTiming();
-            FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
+            FullOctreeFactory factory(Vector3f::Zero(), cubeEdge(state.range(0)), CAPACITY);
             Octree octree;
             factory.add(cloud);
             factory(octree);
@@ -44,11 +45,11 @@ void FullOctreeAddAndBuild(benchmark::State& state) {
 }
 
 void MortonCodes(benchmark::State& state) {
-    const PointCloud& cloud = keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
         std::uint64_t sum = 0;
         for (const Vector3f& p : cloud.positions()) {
-            sum += OctreeFactory::morton_keyd(p.cast<double>(), EDGE).key;
+            sum += OctreeFactory::morton_keyd(p.cast<double>(), cubeEdge(state.range(0))).key;
         }
         benchmark::DoNotOptimize(sum);
     }
@@ -57,10 +58,11 @@ void MortonCodes(benchmark::State& state) {
 
 /// The yardstick: the library's task pool sorting the same (index, code) pairs.
 void ParallelSortOfPairs(benchmark::State& state) {
-    const PointCloud& cloud = keptTerrainCloud(state.range(0));
+    const PointCloud& cloud = benchCloud(state.range(0));
     std::vector<std::pair<std::uint64_t, std::uint64_t>> unsorted(cloud.size());
     for (std::uint64_t i = 0; i < cloud.size(); ++i) {
-        unsorted[i] = {i, OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), EDGE).key};
+        unsorted[i] = {
+            i, OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), cubeEdge(state.range(0))).key};
     }
     for (auto _ : state) {
         state.PauseTiming();
@@ -74,9 +76,9 @@ void ParallelSortOfPairs(benchmark::State& state) {
 }
 
 void VisibilityUpdate(benchmark::State& state) {
-    FullOctreeFactory factory(Vector3f::Zero(), EDGE, CAPACITY);
+    FullOctreeFactory factory(Vector3f::Zero(), cubeEdge(state.range(0)), CAPACITY);
     Octree octree;
-    factory.add(keptTerrainCloud(state.range(0)));
+    factory.add(benchCloud(state.range(0)));
     factory(octree);
     ViewFrustum frustum;
     frustum.setIntrinsics(60.0f, 1.5f);
@@ -96,17 +98,14 @@ void VisibilityUpdate(benchmark::State& state) {
     state.counters["points"] = static_cast<double>(points);
 }
 
-BENCHMARK(FullOctreeAddAndBuild)
-    ->Arg(1'000'000)
-    ->Arg(10'000'000)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(ParallelSortOfPairs)->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(MortonCodes)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+const std::int64_t LARGEST = ombrix::benchmarks::pointCounts().back();
+BENCHMARK(FullOctreeAddAndBuild)->Apply(pointSizes);
+BENCHMARK(ParallelSortOfPairs)->Apply(pointSizes);
+BENCHMARK(MortonCodes)->Apply(pointSizes);
 BENCHMARK(VisibilityUpdate)
-    ->Args({10'000'000, 0})
-    ->Args({10'000'000, 100'000})
-    ->Args({10'000'000, 1'000'000})
+    ->Args({LARGEST, 0})
+    ->Args({LARGEST, 100'000})
+    ->Args({LARGEST, 1'000'000})
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -9,18 +9,17 @@
 
 #include <ombrix/core.h>
 
-#include "benchmarks/support/terrain.h"
+#include "benchmarks/support/bench_cloud.h"
 
 namespace {
 
 using namespace ombrix::core;
-using ombrix::benchmarks::terrainCloud;
 
-constexpr std::size_t POINTS = 10'000'000;
+const std::int64_t LARGEST = ombrix::benchmarks::pointCounts().back();
+const std::size_t POINTS = static_cast<std::size_t>(LARGEST);
 
 const PointCloud& sourceCloud() {
-    static const PointCloud cloud = terrainCloud(POINTS);
-    return cloud;
+    return ombrix::benchmarks::benchCloud(LARGEST);
 }
 
 /// Random order within windows of 128 points, as leaves of a tree gather them, or over the whole cloud.

@@ -31,6 +31,9 @@
 #include <ombrix/core/services/logger.h>
 #include <ombrix/core/services/memory_mapped.h>
 #include <ombrix/core/services/progress.h>
+#include <ombrix/core/services/work_context.h>
 #include <ombrix/core/types.h>
+#include <ombrix/core/view/frame_selection.h>
+#include <ombrix/core/view/octree_query.h>
 #include <ombrix/core/view/view_frustum.h>
 #include <ombrix/core/view/visibility.h>

@@ -1,61 +1,90 @@
-// Normals from 16 neighbours beside PCL's NormalEstimationOMP on two threads, trees included.
+// Octrees, grid merging and PLY files beside PCL; neighbourhoods are in a source of their own.
+#include "benchmarks/peers/pcl_cloud.h"
 
-#include <benchmark/benchmark.h>
-#include <pcl/features/normal_3d_omp.h>
-#include <pcl/point_types.h>
-#include <pcl/search/kdtree.h>
+#include <algorithm>
+#include <memory>
 
-#include <cmath>
+#include <pcl/filters/voxel_grid.h>
+#include <pcl/io/ply_io.h>
+#include <pcl/octree/octree_pointcloud.h>
 
-#include <ombrix/core/analysis/normal_estimator.h>
+#include "benchmarks/ours/ours.h"
+#include "benchmarks/support/answers.h"
+#include "benchmarks/support/bench_files.h"
+#include "benchmarks/support/rows.h"
 
-#include <benchmarks/support/analysis_clouds.h>
-
-namespace ombrix::benchmarks {
 namespace {
 
-using namespace ombrix::core;
+using namespace ombrix::benchmarks;
 
-void Normals16_ombrix(benchmark::State& state) {
-    PointCloud& cloud = sharedTerrain(state.range(0));
-    for (auto _ : state) {
-        NormalEstimator::compute(cloud, 16);
-    }
-    pointRate(state);
+/// Points are indices in the leaves; nothing is copied.
+void fullOctree() {
+    using Tree = pcl::octree::OctreePointCloud<pcl::PointXYZ>;
+    ours::fullOctree();
+    measure(
+        rows::FULL_OCTREE, "pcl",
+        [](std::int64_t n) {
+            return [cloud = pclCloud(n), edge = cubeEdge(n)] {
+                auto tree = std::make_unique<Tree>(edge / 2097152.0);
+                tree->enableDynamicDepth(LEAF_CAPACITY);
+                tree->setInputCloud(cloud);
+                tree->addPointsFromInputCloud();
+                return tree;
+            };
+        },
+        [](std::int64_t, const std::unique_ptr<Tree>& tree) {
+            std::uint64_t points = 0;
+            std::uint64_t largest = 0;
+            for (auto leaf = tree->leaf_depth_begin(); leaf != tree->leaf_depth_end(); ++leaf) {
+                const std::uint64_t size = leaf.getLeafContainer().getSize();
+                points += size;
+                largest = std::max(largest, size);
+            }
+            return leafAnswer(points, largest);
+        });
 }
 
-void Normals16_pcl(benchmark::State& state) {
-    PointCloud& cloud = sharedTerrain(state.range(0));
-    pcl::PointCloud<pcl::PointXYZ>::Ptr input(new pcl::PointCloud<pcl::PointXYZ>);
-    for (const Vector3f& p : cloud.positions()) {
-        input->push_back({p.x(), p.y(), p.z()});
-    }
-    pcl::PointCloud<pcl::Normal> output;
-    for (auto _ : state) {
-        pcl::NormalEstimationOMP<pcl::PointXYZ, pcl::Normal> estimation(2);
-        estimation.setInputCloud(input);
-        estimation.setSearchMethod(std::make_shared<pcl::search::KdTree<pcl::PointXYZ>>());
-        estimation.setKSearch(16);
-        estimation.compute(output);
-    }
-    // PCL sums in float and turns normals to the origin: compare the axes, and only nearly all of them.
-    NormalEstimator::compute(cloud, 16);
-    std::size_t apart = 0;
-    for (std::size_t i = 0; i < output.size(); ++i) {
-        apart += std::abs(cloud.normals()[i].dot(output[i].getNormalVector3fMap())) < 0.999f ? 1 : 0;
-    }
-    if (apart > output.size() / 1000) {
-        state.SkipWithError("the answers differ");
-    }
-    pointRate(state);
+/// Its cell numbers have 32 bits.
+void gridMean() {
+    ours::gridMean();
+    measure(
+        rows::GRID_MEAN, "pcl",
+        [](std::int64_t n) {
+            return [cloud = pclCloud(n), cell = tenPointCell(n)] {
+                pcl::VoxelGrid<pcl::PointXYZ> grid;
+                grid.setLeafSize(cell, cell, cell);
+                grid.setInputCloud(cloud);
+                PclCloud merged;
+                grid.filter(merged);
+                return merged;
+            };
+        },
+        [](std::int64_t, const PclCloud& merged) { return Answer{static_cast<double>(merged.size())}; },
+        Pace::CAPPED);
 }
 
-void sizes(benchmark::internal::Benchmark* b) {
-    b->Arg(1'000'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+/// Positions, colours and intensities, as ours.
+void readPly() {
+    using Cloud = pcl::PointCloud<pcl::PointXYZRGB>;
+    ours::readPly();
+    measure(
+        rows::READ_PLY, "pcl",
+        [](std::int64_t n) {
+            return [path = plyFile(n)] {
+                Cloud cloud;
+                pcl::PLYReader().read(path, cloud);
+                return cloud;
+            };
+        },
+        [](std::int64_t, const Cloud& cloud) {
+            return meanPointAnswer(cloud.size(), [&](std::size_t i) -> ombrix::core::Vector3d {
+                return cloud[i].getVector3fMap().cast<double>();
+            });
+        });
 }
-
-BENCHMARK(Normals16_ombrix)->Apply(sizes);
-BENCHMARK(Normals16_pcl)->Apply(sizes);
 
 }  // namespace
-}  // namespace ombrix::benchmarks
+
+int main(int argc, char** argv) {
+    return runMeasures(argc, argv, {fullOctree, addPclNeighbourhoods, gridMean, readPly});
+}

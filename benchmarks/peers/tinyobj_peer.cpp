@@ -1,68 +1,54 @@
-// Reading a million triangles from a warm OBJ file: this library and tinyobjloader in turn.
-#include <benchmark/benchmark.h>
-#include <tiny_obj_loader.h>
-
-#include <cstdlib>
-#include <filesystem>
+// Reading a million triangles from a warm OBJ file beside tinyobjloader.
 #include <string>
 #include <vector>
 
-#include <ombrix/mesh.h>
+#include <tiny_obj_loader.h>
 
-#include "benchmarks/mesh_bench_data.h"
+#include "benchmarks/ours/ours.h"
+#include "benchmarks/support/answers.h"
+#include "benchmarks/support/bench_files.h"
+#include "benchmarks/support/rows.h"
 
 namespace {
 
-using ombrix::mesh::TriMesh;
+using namespace ombrix::benchmarks;
 
-/// The mesh as a file, written once.
-const std::string& meshFile() {
-    static const std::string path = [] {
-        const auto file = std::filesystem::temp_directory_path() / "ombrix_tinyobj_peer.obj";
-        (void)bench::bumpyTorus().writeOBJ(file.string(), ombrix::mesh::ObjWriteOptions{});
-        std::atexit([] { std::filesystem::remove(meshFile()); });
-        return file.string();
-    }();
-    return path;
+struct Loaded {
+    tinyobj::attrib_t attributes;
+    std::vector<tinyobj::shape_t> shapes;
+};
+
+void readObj() {
+    ours::readObj();
+    measure(
+        rows::READ_OBJ, "tinyobjloader",
+        [](std::int64_t) {
+            return [path = objFile()] {
+                Loaded mesh;
+                std::vector<tinyobj::material_t> materials;
+                std::string warnings;
+                std::string errors;
+                tinyobj::LoadObj(&mesh.attributes, &mesh.shapes, &materials, &warnings, &errors,
+                                 path.c_str());
+                return mesh;
+            };
+        },
+        [](std::int64_t, const Loaded& mesh) {
+            const auto& v = mesh.attributes.vertices;
+            Answer answer = meanPointAnswer(v.size() / 3, [&](std::size_t i) {
+                return ombrix::core::Vector3d(v[3 * i], v[3 * i + 1], v[3 * i + 2]);
+            });
+            std::size_t faces = 0;
+            for (const tinyobj::shape_t& shape : mesh.shapes) {
+                faces += shape.mesh.num_face_vertices.size();
+            }
+            answer.push_back(static_cast<double>(faces));
+            return answer;
+        });
 }
-
-void check(benchmark::State& state, std::size_t vertices, std::size_t faces) {
-    if (vertices != bench::bumpyTorus().vertices.size() || faces != bench::bumpyTorus().faces.size()) {
-        state.SkipWithError("the mesh did not come back whole");
-    }
-}
-
-void OmbrixReadObj(benchmark::State& state) {
-    const std::string& path = meshFile();
-    TriMesh mesh;
-    for (auto _ : state) {
-        mesh = TriMesh();
-        benchmark::DoNotOptimize(mesh.readOBJ(path, ombrix::mesh::ObjReadOptions{}));
-    }
-    check(state, mesh.vertices.size(), mesh.faces.size());
-}
-
-void TinyObjReadObj(benchmark::State& state) {
-    const std::string& path = meshFile();
-    std::size_t vertices = 0;
-    std::size_t faces = 0;
-    for (auto _ : state) {
-        tinyobj::attrib_t attributes;
-        std::vector<tinyobj::shape_t> shapes;
-        std::vector<tinyobj::material_t> materials;
-        std::string warnings;
-        std::string errors;
-        tinyobj::LoadObj(&attributes, &shapes, &materials, &warnings, &errors, path.c_str());
-        vertices = attributes.vertices.size() / 3;
-        faces = 0;
-        for (const tinyobj::shape_t& shape : shapes) {
-            faces += shape.mesh.num_face_vertices.size();
-        }
-    }
-    check(state, vertices, faces);
-}
-
-BENCHMARK(OmbrixReadObj)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(TinyObjReadObj)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
+
+int main(int argc, char** argv) {
+    return runMeasures(argc, argv, {readObj});
+}

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <examples/common/scene.h>
+
 #include "options.h"
-#include "scene.h"
 
 namespace examples {
 

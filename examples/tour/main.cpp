@@ -6,11 +6,12 @@
 #include <system_error>
 #include <vector>
 
+#include <examples/common/scene.h>
+
 #include "attributes.h"
 #include "camera.h"
 #include "options.h"
 #include "painter.h"
-#include "scene.h"
 #include "tourist.h"
 #include "tree.h"
 

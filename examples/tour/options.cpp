@@ -1,19 +1,12 @@
 #include "options.h"
 
-#include <array>
-#include <charconv>
-#include <cmath>
-#include <functional>
-#include <map>
 #include <ostream>
 #include <string_view>
-#include <utility>
+
+#include <examples/common/color_scale.h>
 
 namespace examples {
 namespace {
-
-template <class Value>
-using Names = std::vector<std::pair<std::string_view, Value>>;
 
 const Names<TreeKind>& treeNames() {
     static const Names<TreeKind> names{
@@ -35,58 +28,6 @@ const Names<Shading>& shadingNames() {
     return names;
 }
 
-const Names<ombrix::core::DEFAULT_COLORMAP>& mapNames() {
-    static const Names<ombrix::core::DEFAULT_COLORMAP> names{
-        {"rainbow", ombrix::core::RAINBOW}, {"rainbow_reversed", ombrix::core::RAINBOW_REVERSED},
-        {"gray", ombrix::core::GRAY},       {"viridis", ombrix::core::VIRIDIS},
-        {"magma", ombrix::core::MAGMA},     {"plasma", ombrix::core::PLASMA},
-        {"inferno", ombrix::core::INFERNO}};
-    return names;
-}
-
-[[noreturn]] void refuse(std::string_view option, std::string_view value, const std::string& expected) {
-    throw UsageError("bad value '" + std::string(value) + "' for " + std::string(option) + ": expected " +
-                     expected);
-}
-
-template <class Value>
-Value choose(std::string_view option, std::string_view value, const Names<Value>& names) {
-    std::string expected;
-    for (const auto& [text, result] : names) {
-        if (text == value)
-            return result;
-        expected += (expected.empty() ? "" : ", ") + std::string(text);
-    }
-    refuse(option, value, "one of " + expected);
-}
-
-template <class Value>
-std::string nameIn(const Names<Value>& names, Value wanted) {
-    for (const auto& [text, value] : names)
-        if (value == wanted)
-            return std::string(text);
-    return {};
-}
-
-/// A whole number in [low, high].
-std::uint64_t whole(std::string_view option, std::string_view value, std::uint64_t low, std::uint64_t high) {
-    std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-    if (error != std::errc{} || end != value.data() + value.size() || number < low || number > high)
-        refuse(option, value, "a whole number from " + std::to_string(low) + " to " + std::to_string(high));
-    return number;
-}
-
-/// A number in [low, high]; the limits are whole.
-float real(std::string_view option, std::string_view value, int low, int high) {
-    float number = 0.0f;
-    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-    const bool inside = number >= static_cast<float>(low) && number <= static_cast<float>(high);
-    if (error != std::errc{} || end != value.data() + value.size() || !inside)
-        refuse(option, value, "a number from " + std::to_string(low) + " to " + std::to_string(high));
-    return number;
-}
-
 void setSize(Options& options, std::string_view option, std::string_view value) {
     constexpr std::uint64_t least = 16;
     constexpr std::uint64_t most = 8192;
@@ -97,76 +38,39 @@ void setSize(Options& options, std::string_view option, std::string_view value) 
     options.height = static_cast<int>(whole(option, value.substr(cross + 1), least, most));
 }
 
-using Setter = std::function<void(Options&, std::string_view option, std::string_view value)>;
-
-const std::map<std::string_view, Setter>& setters() {
-    constexpr std::uint64_t mostPoints = 1'000'000'000'000;
-    static const std::map<std::string_view, Setter> table{
-        {"--output", [](Options& o, auto, auto value) { o.output = std::string(value); }},
-        {"--tree", [](Options& o, auto option, auto value) { o.tree = choose(option, value, treeNames()); }},
-        {"--leaf",
-         [](Options& o, auto option, auto value) {
-             o.leaf = static_cast<unsigned>(whole(option, value, 1, 1'000'000'000));
-         }},
-        {"--slices", [](Options& o, auto option,
-                        auto value) { o.slices = static_cast<unsigned>(whole(option, value, 1, 10'000)); }},
-        {"--budget",
-         [](Options& o, auto option, auto value) { o.budget = whole(option, value, 0, mostPoints); }},
-        {"--min-size",
-         [](Options& o, auto option, auto value) { o.minSize = real(option, value, 0, 100'000); }},
-        {"--frames", [](Options& o, auto option,
-                        auto value) { o.orbit = static_cast<unsigned>(whole(option, value, 0, 10'000)); }},
-        {"--flight", [](Options& o, auto option,
-                        auto value) { o.flight = static_cast<unsigned>(whole(option, value, 0, 10'000)); }},
-        {"--size", setSize},
-        {"--fov", [](Options& o, auto option, auto value) { o.fieldOfView = real(option, value, 1, 150); }},
-        {"--splat", [](Options& o, auto option, auto value) { o.splat = real(option, value, 0, 100); }},
-        {"--shading",
-         [](Options& o, auto option, auto value) { o.shading = choose(option, value, shadingNames()); }},
-        {"--color",
-         [](Options& o, auto option, auto value) { o.color = choose(option, value, colorNames()); }},
-        {"--map", [](Options& o, auto option, auto value) { o.map = choose(option, value, mapNames()); }},
-    };
-    return table;
-}
-
 }  // namespace
 
 Options parseOptions(int count, const char* const* arguments) {
-    Options options;
-    bool onlyFiles = false;
-    for (int i = 1; i < count; ++i) {
-        const std::string_view argument = arguments[i];
-        if (onlyFiles || argument.size() < 2 || argument[0] != '-') {
-            options.files.emplace_back(argument);
-            continue;
-        }
-        if (argument == "--") {
-            onlyFiles = true;
-            continue;
-        }
-        if (argument == "--help" || argument == "-h") {
-            options.help = true;
-            continue;
-        }
-        if (argument == "--sheet") {
-            options.sheet = true;
-            continue;
-        }
-        // Both --option value and --option=value
-        const auto equals = argument.find('=');
-        const std::string_view option = argument.substr(0, equals);
-        const auto setter = setters().find(option);
-        if (setter == setters().end())
-            throw UsageError("unknown option '" + std::string(option) + "'");
-        if (equals != std::string_view::npos)
-            setter->second(options, option, argument.substr(equals + 1));
-        else if (++i < count)
-            setter->second(options, option, arguments[i]);
-        else
-            throw UsageError("option " + std::string(option) + " needs a value");
-    }
-    return options;
+    constexpr std::uint64_t mostPoints = 1'000'000'000'000;
+    Options o;
+    Arguments table;
+    table.flags["--help"] = table.flags["-h"] = [&o] { o.help = true; };
+    table.flags["--sheet"] = [&o] { o.sheet = true; };
+    table.positional = [&o](std::string_view file) { o.files.emplace_back(file); };
+    table.values = {
+        {"--output", [&o](auto, auto value) { o.output = std::string(value); }},
+        {"--tree", [&o](auto option, auto value) { o.tree = choose(option, value, treeNames()); }},
+        {"--leaf",
+         [&o](auto option, auto value) {
+             o.leaf = static_cast<unsigned>(whole(option, value, 1, 1'000'000'000));
+         }},
+        {"--slices", [&o](auto option,
+                          auto value) { o.slices = static_cast<unsigned>(whole(option, value, 1, 10'000)); }},
+        {"--budget", [&o](auto option, auto value) { o.budget = whole(option, value, 0, mostPoints); }},
+        {"--min-size", [&o](auto option, auto value) { o.minSize = real(option, value, 0, 100'000); }},
+        {"--frames",
+         [&o](auto option, auto value) { o.orbit = static_cast<unsigned>(whole(option, value, 0, 10'000)); }},
+        {"--flight", [&o](auto option,
+                          auto value) { o.flight = static_cast<unsigned>(whole(option, value, 0, 10'000)); }},
+        {"--size", [&o](auto option, auto value) { setSize(o, option, value); }},
+        {"--fov", [&o](auto option, auto value) { o.fieldOfView = real(option, value, 1, 150); }},
+        {"--splat", [&o](auto option, auto value) { o.splat = real(option, value, 0, 100); }},
+        {"--shading", [&o](auto option, auto value) { o.shading = choose(option, value, shadingNames()); }},
+        {"--color", [&o](auto option, auto value) { o.color = choose(option, value, colorNames()); }},
+        {"--map", [&o](auto option, auto value) { o.map = choose(option, value, mapNames()); }},
+    };
+    table.read(count, arguments);
+    return o;
 }
 
 float minSizeOf(const Options& options) {

@@ -4,10 +4,10 @@
 #include <filesystem>
 #include <iosfwd>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include <examples/common/arguments.h>
 #include <ombrix/core/color/color_map.h>
 
 namespace examples {
@@ -18,12 +18,6 @@ enum class TreeKind { nested, full, dynamic };
 enum class ColorMode { automatic, rgb, height, intensity, normal, curvature, density };
 /// Eye-dome shading of the pictures; `automatic` leaves true colours alone and shades all others.
 enum class Shading { automatic, none, edl };
-
-/// A command line that cannot be followed; the text names the option and says what it takes.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 struct Options {
     bool help = false;

@@ -1,8 +1,9 @@
 #include "painter.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
+
+#include <examples/common/color_scale.h>
 
 #include "attributes.h"
 
@@ -17,7 +18,6 @@ using ombrix::core::Vector3f;
 namespace {
 
 constexpr std::size_t SAMPLES = 100'000;
-constexpr double TAIL = 0.01;  ///< share of the values beyond either end of the scale
 
 DEFAULT_COLORMAP mapFor(ColorMode mode) {
     switch (mode) {
@@ -78,15 +78,10 @@ std::pair<float, float> rangeOf(ColorMode mode, const Octree& tree) {
             continue;
         valuesOf(mode, *cloud, values);
         for (; skip < values.size(); skip += stride)
-            if (std::isfinite(values[skip]))
-                sample.push_back(values[skip]);
+            sample.push_back(values[skip]);
         skip -= values.size();
     }
-    if (sample.empty())
-        return {0.0f, 0.0f};
-    std::sort(sample.begin(), sample.end());
-    const auto tail = static_cast<std::size_t>(TAIL * static_cast<double>(sample.size()));
-    return {sample[tail], sample[sample.size() - 1 - tail]};
+    return rangeWithoutTails(std::move(sample));
 }
 
 /// Components of -1 to 1 as channels.

@@ -4,13 +4,13 @@
 #include <string>
 #include <vector>
 
+#include <examples/common/scene.h>
 #include <ombrix/core/color/color.h>
 #include <ombrix/core/color/color_map.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/points/point_cloud.h>
 
 #include "options.h"
-#include "scene.h"
 
 namespace examples {
 

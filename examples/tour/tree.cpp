@@ -1,15 +1,14 @@
 #include "tree.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <vector>
 
+#include <examples/common/console.h>
+#include <examples/common/tree_building.h>
 #include <ombrix/core/octree/dynamic_octree_factory.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
-
-#include "console.h"
 
 namespace examples {
 
@@ -22,53 +21,6 @@ using ombrix::core::Vector3d;
 using ombrix::core::Vector3f;
 
 namespace {
-
-/// Seconds spent in the calls handed to it.
-class Stopwatch {
-public:
-    template <class Work>
-    void time(const Work& work) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    }
-    [[nodiscard]] double seconds() const { return seconds_; }
-
-private:
-    double seconds_ = 0.0;
-};
-
-void say(const Octree& octree, const char* kind, double seconds) {
-    printRate(std::string(kind) + " octree", octree.size(), seconds);
-    std::printf("%llu nodes, depth %u\n", static_cast<unsigned long long>(octree.keyCount()),
-                octree.max_depth());
-}
-
-/// Adds the clouds in pieces, for the bar, and finishes the tree.
-template <class Factory>
-std::shared_ptr<Octree> buildWhole(Factory factory, const Scene& scene, const char* kind) {
-    constexpr std::uint64_t pieceSize = 1u << 18;
-    auto octree = std::make_shared<Octree>();
-    Stopwatch watch;
-    {
-        Bar bar(std::string("building the ") + kind + " octree");
-        std::uint64_t done = 0;
-        PointCloud piece;
-        for (const PointCloud& cloud : scene.clouds) {
-            for (std::uint64_t first = 0; first < cloud.size(); first += pieceSize) {
-                const std::uint64_t last = std::min(first + pieceSize, cloud.size()) - 1;
-                piece = PointCloud();
-                piece.push_back(cloud, first, last, false);
-                watch.time([&] { factory.add(piece); });
-                done += piece.size();
-                bar.update(done, scene.size());
-            }
-        }
-        watch.time([&] { factory(*octree); });
-    }
-    say(*octree, kind, watch.seconds());
-    return octree;
-}
 
 /// The points of a cloud in slices of about the same number along its longer side.
 std::vector<PointCloud> slices(const PointCloud& cloud, const ombrix::core::Aabb& box, unsigned count) {
@@ -128,7 +80,7 @@ std::shared_ptr<Octree> buildDynamic(const Scene& scene, const Options& options)
     std::printf("%llu points left out as they fell into one finest cell with another\n\n",
                 static_cast<unsigned long long>(factory.droppedPoints()));
     auto octree = factory.octree();
-    say(*octree, "dynamic", watch.seconds());
+    sayTree(*octree, "dynamic", watch.seconds());
     return octree;
 }
 
@@ -138,12 +90,13 @@ std::shared_ptr<Octree> buildTree(const Scene& scene, const Options& options) {
     if (options.tree == TreeKind::dynamic)
         return buildDynamic(scene, options);
     const Vector3f origin = scene.box.min.cast<float>();
-    const Vector3d size = scene.box.max - scene.box.min;
-    // A cloud of one place still needs cells.
-    const float extend = std::max(static_cast<float>(size.maxCoeff()) * 1.0001f, 1e-3f);
-    if (options.tree == TreeKind::nested)
-        return buildWhole(NestedOctreeFactory(origin, extend), scene, "nested");
-    return buildWhole(FullOctreeFactory(origin, extend, options.leaf), scene, "full");
+    const float extend = rootEdge(scene);
+    if (options.tree == TreeKind::nested) {
+        NestedOctreeFactory factory(origin, extend);
+        return buildWhole(factory, scene, "nested");
+    }
+    FullOctreeFactory factory(origin, extend, options.leaf);
+    return buildWhole(factory, scene, "full");
 }
 
 }  // namespace examples

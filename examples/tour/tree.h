@@ -2,10 +2,10 @@
 
 #include <memory>
 
+#include <examples/common/scene.h>
 #include <ombrix/core/octree/octree.h>
 
 #include "options.h"
-#include "scene.h"
 
 namespace examples {
 

@@ -1,7 +1,10 @@
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include <ombrix/core/services/work_detail.h>
 #include <ombrix/io/byte_source_detail.h>
 #include <ombrix/io/read_points.h>
 #include <ombrix/io/readers_detail.h>
@@ -39,6 +42,33 @@ PointFile readPoints(const std::filesystem::path& path, const ReadOptions& optio
         source.fail(0, "no PLY file: it does not begin with the line 'ply'");
     }
     return ending == ".obj" ? detail::readObj(source, options) : detail::readText(source, options);
+}
+
+PointFile readPoints(const std::filesystem::path& path, const ReadOptions& options,
+                     const core::WorkContext& context) {
+    // Readers report where they look for a request, so that this is the place for the context's, too
+    core::detail::Work work(context);
+    std::uint64_t before = 0;
+    ReadOptions watched = options;
+    watched.progress = [&](std::uint64_t done, std::uint64_t total) {
+        if (options.progress) {
+            options.progress(done, total);
+        }
+        if (done == 0) {
+            work.begin(1.0, total);
+        }
+        work.done(done - before);
+        before = done;
+    };
+    std::optional<PointFile> file;
+    const auto read = [&] { file = readPoints(path, watched); };
+    try {
+        context.arena != nullptr ? context.arena->execute(read) : read();
+    } catch (const core::detail::WorkStopped&) {
+        throw Stopped(path.string(), "point or byte " + std::to_string(before));
+    }
+    work.finish();
+    return std::move(*file);
 }
 
 }  // namespace ombrix::io

@@ -10,6 +10,7 @@
 
 #include <ombrix/core/octree/aabb.h>
 #include <ombrix/core/points/point_cloud.h>
+#include <ombrix/core/services/work_context.h>
 #include <ombrix/io/error.h>
 #include <ombrix/io/io_export.h>
 
@@ -95,8 +96,14 @@ struct PointFile {
 /// header says. The file must not be shortened by others meanwhile: it is read through a mapping.
 ///
 /// @throws Error    naming the file, the place and the reason.
-/// @throws Stopped  when `options.stop` asks for it; nothing read so far is returned.
+/// @throws Stopped  when the caller asks for it; nothing read so far is returned.
 [[nodiscard]] OMBRIX_IO_API PointFile readPoints(const std::filesystem::path& path,
                                                  const ReadOptions& options = {});
+
+/// The same within a context, whose stop token and progress count beside those of the options. Reads on one
+/// thread.
+[[nodiscard]] OMBRIX_IO_API PointFile readPoints(const std::filesystem::path& path,
+                                                 const ReadOptions& options,
+                                                 const core::WorkContext& context);
 
 }  // namespace ombrix::io

@@ -14,6 +14,7 @@ struct ObjReadOptions {
 /// What `TriMesh::readOBJ` met in a file.
 struct ObjReadResult {
     std::string error;                     ///< empty on success, else a line that names the file
+    bool stopped = false;                  ///< the error is that the caller's context ended the reading
     std::uint64_t lines = 0;               ///< all lines, blank ones too
     std::uint64_t vertices = 0;            ///< appended to the mesh
     std::uint64_t normals = 0;             ///< "vn" lines read

@@ -1,8 +1,11 @@
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <limits>
+#include <system_error>
 #include <utility>
 
+#include <ombrix/core/services/work_detail.h>
 #include <ombrix/mesh/file_error_detail.h>
 #include <ombrix/mesh/obj_parser_detail.h>
 #include <ombrix/mesh/text_lines_detail.h>
@@ -11,6 +14,13 @@
 namespace ombrix::mesh {
 
 namespace {
+
+/// What the system says; 0 where it cannot.
+std::uint64_t bytesOf(const std::string& path) {
+    std::error_code unknown;
+    const auto bytes = std::filesystem::file_size(path, unknown);
+    return unknown ? 0 : bytes;
+}
 
 constexpr std::uint32_t NONE = std::numeric_limits<std::uint32_t>::max();
 
@@ -50,9 +60,15 @@ public:
     }
 
     /// Drops triangles without vertices and brings the normals to the vertices.
-    TriMesh finish() {
+    TriMesh finish(core::detail::Work* work) {
         dropInvalidTriangles();
+        if (work != nullptr) {
+            work->check();
+        }
         assignNormals();
+        if (work != nullptr) {
+            work->check();
+        }
         result_.vertices = mesh_.vertices.size();
         result_.triangles = mesh_.faces.size();
         return std::move(mesh_);
@@ -208,9 +224,9 @@ private:
     std::string joined_;
 };
 
-}  // namespace
-
-ObjReadResult TriMesh::readOBJ(const std::string& path, const ObjReadOptions& options) {
+/// Appends a file to the mesh, watched unless `work` is null.
+ObjReadResult appendFile(TriMesh& mesh, const std::string& path, const ObjReadOptions& options,
+                         core::detail::Work* work) {
     ObjReadResult result;
     errno = 0;
     std::ifstream file(path, std::ios::binary);
@@ -221,9 +237,14 @@ ObjReadResult TriMesh::readOBJ(const std::string& path, const ObjReadOptions& op
     FullSink sink(options, result);
     detail::ObjParser parser(sink);
     LineJoiner joiner([&](const char* first, const char* last) { parser.parseLine(first, last); });
+    if (work != nullptr) {
+        work->begin(0.9, bytesOf(path));
+    }
+    core::detail::WorkSteps steps(work, 1u << 16);
     detail::forEachObjLine(file, [&](const char* first, const char* last) {
         ++result.lines;
         joiner(first, last);
+        steps.step(static_cast<std::uint64_t>(last - first) + 1);
     });
     joiner.flush();
     if (file.bad()) {
@@ -232,18 +253,41 @@ ObjReadResult TriMesh::readOBJ(const std::string& path, const ObjReadOptions& op
         return result;
     }
 
-    TriMesh part = sink.finish();
-    if (vertices.empty() && faces.empty()) {
-        *this = std::move(part);
+    TriMesh part = sink.finish(work);
+    if (mesh.vertices.empty() && mesh.faces.empty()) {
+        mesh = std::move(part);
         return result;
     }
     // One normal per vertex, or none at all.
     if (!part.normals.empty()) {
-        normals.resize(vertices.size(), Vector3f::Zero());
-    } else if (!normals.empty()) {
+        mesh.normals.resize(mesh.vertices.size(), Vector3f::Zero());
+    } else if (!mesh.normals.empty()) {
         part.normals.resize(part.vertices.size(), Vector3f::Zero());
     }
-    add(part);
+    mesh.add(part);
+    return result;
+}
+
+}  // namespace
+
+ObjReadResult TriMesh::readOBJ(const std::string& path, const ObjReadOptions& options) {
+    return appendFile(*this, path, options, nullptr);
+}
+
+ObjReadResult TriMesh::readOBJ(const std::string& path, const ObjReadOptions& options,
+                               const core::WorkContext& context) {
+    core::detail::Work work(context);
+    ObjReadResult result;
+    try {
+        result = appendFile(*this, path, options, &work);
+    } catch (const core::detail::WorkStopped&) {
+        result.error = "cannot read " + path + ": reading was stopped";
+        result.stopped = true;
+        return result;
+    }
+    if (result.ok()) {
+        work.finish();
+    }
     return result;
 }
 

@@ -8,6 +8,10 @@
 #include <ombrix/mesh/mesh_export.h>
 #include <ombrix/mesh/obj_options.h>
 
+namespace ombrix::core {
+struct WorkContext;
+}  // namespace ombrix::core
+
 namespace ombrix::mesh {
 
 using core::Vector3f;
@@ -90,6 +94,10 @@ public:
     /// "vn" lines in order where no corner names one and there are as many as vertices.
     /// On an error the mesh is unchanged.
     [[nodiscard]] ObjReadResult readOBJ(const std::string& path, const ObjReadOptions& options);
+    /// The same within a context (ombrix/core/services/work_context.h), on the calling thread. When stopped,
+    /// the result has an error and says so, and the mesh is unchanged.
+    [[nodiscard]] ObjReadResult readOBJ(const std::string& path, const ObjReadOptions& options,
+                                        const core::WorkContext& context);
 
     /// Writes an OBJ file that `readOBJ` with options reads back: nine significant digits give the same
     /// floats, normals have the keyword "vn". Normals are written when there is one per vertex.

@@ -15,6 +15,7 @@
 #include <ombrix/core/analysis/kd_tree.h>
 #include <ombrix/core/analysis/spatial_order_detail.h>
 #include <ombrix/core/points/point_cloud.h>
+#include <ombrix/core/services/work_detail.h>
 
 namespace ombrix::core {
 namespace {
@@ -42,13 +43,47 @@ void forEachRange(std::size_t n, bool parallel, const Task& task) {
 
 /// values[i] = float(points of the tree nearer than r to pts[i]) / measure.
 void countNeighbours(const std::vector<Vector3f>& pts, const KDTree& tree, float r, float measure,
-                     bool parallel, std::vector<float>& values) {
+                     bool parallel, std::vector<float>& values, detail::Work* work = nullptr) {
     values.resize(pts.size());
-    const std::vector<std::uint64_t> order = detail::spatialOrder(pts);
+    const std::vector<std::uint64_t> order = detail::spatialOrder(pts, work);
+    if (work != nullptr) {
+        work->begin(1.0, pts.size());
+    }
     forEachRange(order.size(), parallel, [&](const tbb::blocked_range<std::size_t>& range) {
+        detail::WorkSteps steps(work);
         for (std::size_t i = range.begin(); i != range.end(); ++i) {
             values[order[i]] = static_cast<float>(tree.radiusCount(pts[order[i]], r)) / measure;
+            steps.step();
         }
+        steps.flush();
+    });
+}
+
+/// values[i] = distance from pts[i] to the nearest other point.
+void nearestDistances(const std::vector<Vector3f>& pts, const KDTree& tree, std::vector<float>& values,
+                      detail::Work* work = nullptr) {
+    values.resize(pts.size());
+    std::vector<std::size_t> indices;
+    std::vector<float> sqDists;
+    const std::vector<std::uint64_t> order = detail::spatialOrder(pts, work);
+    if (work != nullptr) {
+        work->begin(1.0, pts.size());
+    }
+    detail::WorkSteps steps(work);
+    for (const std::uint64_t i : order) {
+        const std::size_t found = tree.knnSearch(pts[i], 2, indices, sqDists);
+        values[i] = found == 2 ? Density::dist(pts[indices[1]], pts[i]) : 0.0f;
+        steps.step();
+    }
+}
+
+/// Has compute(values, work) fill new values, which take the place of the old ones at the end.
+template <class Compute>
+bool replaceWatched(std::vector<float>& values, const WorkContext& context, const Compute& compute) {
+    return detail::runWatched(context, [&](detail::Work& work) {
+        std::vector<float> computed;
+        compute(computed, &work);
+        values.swap(computed);
     });
 }
 
@@ -119,13 +154,35 @@ float Density::dist(const Vector3f& a, const Vector3f& b) {
 }
 
 void Density::approximateDensity(const std::vector<Vector3f>& pts, const KDTree& tree) {
-    values_.resize(pts.size());
-    std::vector<std::size_t> indices;
-    std::vector<float> sqDists;
-    for (const std::uint64_t i : detail::spatialOrder(pts)) {
-        const std::size_t found = tree.knnSearch(pts[i], 2, indices, sqDists);
-        values_[i] = found == 2 ? dist(pts[indices[1]], pts[i]) : 0.0f;
-    }
+    nearestDistances(pts, tree, values_);
+}
+
+bool Density::approximateDensity(const std::vector<Vector3f>& pts, const KDTree& tree,
+                                 const WorkContext& context) {
+    return replaceWatched(values_, context, [&](std::vector<float>& values, detail::Work* work) {
+        nearestDistances(pts, tree, values, work);
+    });
+}
+
+bool Density::surfaceDensity(const std::vector<Vector3f>& pts, const KDTree& tree, float r,
+                             const WorkContext& context) {
+    return replaceWatched(values_, context, [&](std::vector<float>& values, detail::Work* work) {
+        countNeighbours(pts, tree, r, discArea(r), false, values, work);
+    });
+}
+
+bool Density::surfaceDensity_omp(const std::vector<Vector3f>& pts, const KDTree& tree, float r,
+                                 const WorkContext& context) {
+    return replaceWatched(values_, context, [&](std::vector<float>& values, detail::Work* work) {
+        countNeighbours(pts, tree, r, discArea(r), true, values, work);
+    });
+}
+
+bool Density::volumeDensity(const std::vector<Vector3f>& pts, const KDTree& tree, float r,
+                            const WorkContext& context) {
+    return replaceWatched(values_, context, [&](std::vector<float>& values, detail::Work* work) {
+        countNeighbours(pts, tree, r, ballVolume(r), false, values, work);
+    });
 }
 
 void Density::surfaceDensity(const std::vector<Vector3f>& pts, const KDTree& tree, float r) {

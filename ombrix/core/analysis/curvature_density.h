@@ -4,6 +4,7 @@
 
 #include <ombrix/core/color/color.h>
 #include <ombrix/core/core_export.h>
+#include <ombrix/core/services/work_context.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core {
@@ -57,14 +58,23 @@ public:
     /// Distance to the nearest other point: 0 for a duplicate, and for a point without any other.
     /// @throws std::runtime_error when the tree has no index, as all three.
     void approximateDensity(const std::vector<Vector3f>& pts, const KDTree& tree);
+    /// The same within a context. When stopped, they answer false and the values are as they were.
+    [[nodiscard]] bool approximateDensity(const std::vector<Vector3f>& pts, const KDTree& tree,
+                                          const WorkContext& context);
 
     /// Points nearer than r, itself included, over the disc's area: n / (pi r²), per squared unit.
     void surfaceDensity(const std::vector<Vector3f>& pts, const KDTree& tree, float r);
     /// The same values, computed on several threads.
     void surfaceDensity_omp(const std::vector<Vector3f>& pts, const KDTree& tree, float r);
+    [[nodiscard]] bool surfaceDensity(const std::vector<Vector3f>& pts, const KDTree& tree, float r,
+                                      const WorkContext& context);
+    [[nodiscard]] bool surfaceDensity_omp(const std::vector<Vector3f>& pts, const KDTree& tree, float r,
+                                          const WorkContext& context);
 
     /// Points nearer than r, itself included, over the ball's volume: n / (4/3 pi r³), per cubic unit.
     void volumeDensity(const std::vector<Vector3f>& pts, const KDTree& tree, float r);
+    [[nodiscard]] bool volumeDensity(const std::vector<Vector3f>& pts, const KDTree& tree, float r,
+                                     const WorkContext& context);
 
     /// By hue, at saturation and value 70: 0 degrees (red) for the lowest density, 120 (green) for the
     /// highest. Those channels exceed their range of [0, 1] on purpose, so the stored colour is what

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstddef>
@@ -10,6 +11,7 @@
 
 #include <nanoflann.hpp>
 
+#include <ombrix/core/services/work_detail.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core::detail {
@@ -146,27 +148,66 @@ private:
     bool found_ = false;
 };
 
+/// Whether every coordinate is finite, that is, whether no exponent has all its bits set.
+[[nodiscard]] inline bool allFinite(const std::vector<Vector3f>& points) noexcept {
+    constexpr std::uint32_t MAGNITUDE = 0x7fffffff;
+    constexpr std::uint32_t INFINITE = 0x7f800000;
+    std::uint32_t largest = 0;  // without branches, so that the loop is vectorised
+    for (const Vector3f& p : points) {
+        for (int axis = 0; axis < 3; ++axis) {
+            largest = std::max(largest, std::bit_cast<std::uint32_t>(p[axis]) & MAGNITUDE);
+        }
+    }
+    return largest < INFINITE;
+}
+
+/// Where nobody watches an index being built.
+struct Unwatched {
+    void begin(Work* /*work*/) {}
+    void end() {}
+    void read() const {}
+};
+
+/// Ends the building of an index on request: nanoflann has no place to ask but where it reads coordinates.
+class WatchedBuild {
+public:
+    void begin(Work* work) { work_ = work; }
+    void end() { work_ = nullptr; }
+    void read() const {
+        constexpr std::uint32_t EVERY = 1u << 16;
+        if (work_ != nullptr && ++reads_ % EVERY == 0) {
+            work_->check();
+        }
+    }
+
+private:
+    Work* work_ = nullptr;
+    mutable std::uint32_t reads_ = 0;  ///< not touched by queries, which may run at once
+};
+
 /// nanoflann's index over a vector that the caller keeps. Its address must not change: nanoflann refers to
 /// the dataset in it.
-class KdIndex {
+template <class Watch>
+class BasicKdIndex {
 public:
-    explicit KdIndex(const std::vector<Vector3f>& points) : dataset_{points}, tree_(3, dataset_, noBuild()) {
+    explicit BasicKdIndex(const std::vector<Vector3f>& points, Work* work = nullptr)
+        : dataset_{points, nullptr, {}}, tree_(3, dataset_, noBuild()) {
+        dataset_.watch.begin(work);
         build();
+        dataset_.watch.end();
     }
-    KdIndex(const KdIndex&) = delete;
-    KdIndex& operator=(const KdIndex&) = delete;
+    BasicKdIndex(const BasicKdIndex&) = delete;
+    BasicKdIndex& operator=(const BasicKdIndex&) = delete;
 
     void build() {
         // One NaN would spoil the splits for all points, so the index is laid out with 0 in its place. The
         // real coordinates come back for the queries, where the distance to such a point is never small.
         const std::vector<Vector3f>& points = dataset_.points;
         std::vector<Vector3f> finite;
-        for (std::size_t i = 0; i < points.size(); ++i) {
-            if (!points[i].allFinite()) {
-                if (finite.empty()) {
-                    finite = points;
-                }
-                for (float& c : finite[i]) {
+        if (!allFinite(points)) {
+            finite = points;
+            for (Vector3f& p : finite) {
+                for (float& c : p) {
                     c = std::isfinite(c) ? c : 0.0f;
                 }
             }
@@ -196,9 +237,11 @@ private:
     struct Dataset {
         const std::vector<Vector3f>& points;
         const std::vector<Vector3f>* read = nullptr;  ///< not its data: the caller's vector may grow
+        [[no_unique_address]] Watch watch;
 
         [[nodiscard]] std::size_t kdtree_get_point_count() const { return points.size(); }
         [[nodiscard]] float kdtree_get_pt(std::size_t i, std::size_t dim) const {
+            watch.read();
             return (*read)[i].data()[dim];
         }
         template <class Box>
@@ -217,5 +260,8 @@ private:
     Dataset dataset_;
     Tree tree_;
 };
+
+using KdIndex = BasicKdIndex<Unwatched>;
+using WatchedKdIndex = BasicKdIndex<WatchedBuild>;
 
 }  // namespace ombrix::core::detail

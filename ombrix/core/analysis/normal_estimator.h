@@ -5,6 +5,7 @@
 
 #include <ombrix/core/core_export.h>
 #include <ombrix/core/points/point.h>
+#include <ombrix/core/services/work_context.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core {
@@ -34,11 +35,15 @@ public:
     /// cloud's `normals()`; on several threads. Neighbours are those of `KDTree::knnSearch`. A position that
     /// is not finite has no neighbours and gets (0, 0, 0), as every point does for k = 0.
     static void compute(PointCloud& cloud, std::size_t k);
+    /// The same within a context. When stopped, it answers false and the cloud is as it was.
+    [[nodiscard]] static bool compute(PointCloud& cloud, std::size_t k, const WorkContext& context);
 
     /// The same for all points of the loaded nodes of depth <= `depth`, across the borders of nodes. A
     /// "normal" field that another cloud shares is replaced by one of the node's own first. Nothing happens
     /// for k <= 0.
     static void compute(Octree& octree, int k, unsigned int depth);
+    /// The same within a context. When stopped, it answers false and the tree is as it was.
+    [[nodiscard]] static bool compute(Octree& octree, int k, unsigned int depth, const WorkContext& context);
 };
 
 }  // namespace ombrix::core

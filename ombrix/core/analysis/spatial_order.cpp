@@ -39,13 +39,20 @@ std::uint32_t cell(float offset, float cellsPerUnit) {
     return c >= 0.0f ? static_cast<std::uint32_t>(std::min(c, CELLS - 1.0f)) : 0u;
 }
 
-std::vector<std::uint64_t> codedIndices(const std::vector<Vector3f>& points) {
+void check(Work* work) {
+    if (work != nullptr) {
+        work->check();
+    }
+}
+
+std::vector<std::uint64_t> codedIndices(const std::vector<Vector3f>& points, Work* work) {
     const Box box = finiteBox(points);
     const float side = (box.max - box.min).maxCoeff();
     const float cellsPerUnit = side > 0.0f ? CELLS / side : 0.0f;
     std::vector<std::uint64_t> words(points.size());
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, points.size(), SPATIAL_GRAIN),
                       [&](const tbb::blocked_range<std::size_t>& range) {
+                          check(work);
                           for (std::size_t i = range.begin(); i != range.end(); ++i) {
                               const Vector3f d = points[i] - box.min;
                               const morton3d<std::uint64_t> code(cell(d.x(), cellsPerUnit),
@@ -58,7 +65,7 @@ std::vector<std::uint64_t> codedIndices(const std::vector<Vector3f>& points) {
 }
 
 /// Stable sort by the code alone: three counting passes of ten bits.
-void sortByCode(std::vector<std::uint64_t>& words) {
+void sortByCode(std::vector<std::uint64_t>& words, Work* work) {
     constexpr std::size_t DIGITS = std::size_t{1} << CELL_BITS;
     std::array<std::array<std::size_t, DIGITS>, 3> starts{};
     const auto digit = [](std::uint64_t word, unsigned int pass) {
@@ -72,41 +79,45 @@ void sortByCode(std::vector<std::uint64_t>& words) {
     std::vector<std::uint64_t> sorted(words.size());
     for (unsigned int pass = 0; pass < 3; ++pass) {
         std::exclusive_scan(starts[pass].begin(), starts[pass].end(), starts[pass].begin(), std::size_t{0});
-        for (const std::uint64_t word : words) {
-            sorted[starts[pass][digit(word, pass)]++] = word;
+        constexpr std::size_t PORTION = std::size_t{1} << 18;
+        for (std::size_t first = 0; first < words.size(); first += PORTION) {
+            check(work);
+            const std::size_t end = std::min(words.size(), first + PORTION);
+            for (std::size_t i = first; i != end; ++i) {
+                sorted[starts[pass][digit(words[i], pass)]++] = words[i];
+            }
         }
         words.swap(sorted);
     }
 }
 
-std::vector<Vector3f> gathered(const std::vector<Vector3f>& points, const std::vector<std::uint64_t>& order) {
-    std::vector<Vector3f> out(points.size());
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, out.size(), SPATIAL_GRAIN),
-                      [&](const tbb::blocked_range<std::size_t>& range) {
-                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
-                              out[i] = points[order[i]];
-                          }
-                      });
-    return out;
-}
-
 }  // namespace
 
-std::vector<std::uint64_t> spatialOrder(const std::vector<Vector3f>& points) {
+std::vector<std::uint64_t> spatialOrder(const std::vector<Vector3f>& points, Work* work) {
     if (points.size() >> INDEX_BITS != 0) {
         std::vector<std::uint64_t> asGiven(points.size());
         std::iota(asGiven.begin(), asGiven.end(), std::uint64_t{0});
         return asGiven;
     }
-    std::vector<std::uint64_t> order = codedIndices(points);
-    sortByCode(order);
+    std::vector<std::uint64_t> order = codedIndices(points, work);
+    sortByCode(order, work);
     for (std::uint64_t& word : order) {
         word &= (std::uint64_t{1} << INDEX_BITS) - 1;
     }
     return order;
 }
 
-SpatialCopy::SpatialCopy(const std::vector<Vector3f>& points)
-    : order_(spatialOrder(points)), points_(gathered(points, order_)), index_(points_) {}
+std::vector<Vector3f> gathered(const std::vector<Vector3f>& points, const std::vector<std::uint64_t>& order,
+                               Work* work) {
+    std::vector<Vector3f> out(points.size());
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, out.size(), SPATIAL_GRAIN),
+                      [&](const tbb::blocked_range<std::size_t>& range) {
+                          check(work);
+                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
+                              out[i] = points[order[i]];
+                          }
+                      });
+    return out;
+}
 
 }  // namespace ombrix::core::detail

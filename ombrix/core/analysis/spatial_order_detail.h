@@ -11,19 +11,27 @@ namespace ombrix::core::detail {
 /// The indices of all points in the order of a Z-curve with 1024 cells along the longest side of their box;
 /// points of one cell by index. Neighbours in space are near in this order, so that queries in it find their
 /// part of an index in the cache.
-[[nodiscard]] std::vector<std::uint64_t> spatialOrder(const std::vector<Vector3f>& points);
+[[nodiscard]] std::vector<std::uint64_t> spatialOrder(const std::vector<Vector3f>& points,
+                                                      Work* work = nullptr);
+/// The points in that order.
+[[nodiscard]] std::vector<Vector3f> gathered(const std::vector<Vector3f>& points,
+                                             const std::vector<std::uint64_t>& order, Work* work = nullptr);
 
 /// A copy of positions in spatial order with an index over it. Neighbours come in the same order as from a
 /// tree over the original: equal distances by original index.
-class SpatialCopy {
+template <class Index>
+class BasicSpatialCopy {
 public:
-    explicit SpatialCopy(const std::vector<Vector3f>& points);
+    explicit BasicSpatialCopy(const std::vector<Vector3f>& points, Work* work = nullptr)
+        : order_(spatialOrder(points, work)),
+          points_(gathered(points, order_, work)),
+          index_(points_, work) {}
 
     [[nodiscard]] std::size_t size() const { return points_.size(); }
     [[nodiscard]] const std::vector<Vector3f>& points() const { return points_; }
     /// Original index of point i of the copy.
     [[nodiscard]] std::uint64_t original(std::size_t i) const { return order_[i]; }
-    [[nodiscard]] const KdIndex& index() const { return index_; }
+    [[nodiscard]] const Index& index() const { return index_; }
 
     /// The k nearest points of the copy's point i, itself among them; returns their number.
     std::size_t knn(std::size_t i, std::size_t k, std::size_t* indices, float* sqDists) const {
@@ -38,8 +46,11 @@ private:
 
     std::vector<std::uint64_t> order_;
     std::vector<Vector3f> points_;
-    KdIndex index_;
+    Index index_;
 };
+
+using SpatialCopy = BasicSpatialCopy<KdIndex>;
+using WatchedSpatialCopy = BasicSpatialCopy<WatchedKdIndex>;
 
 /// Points that one task of a parallel pass takes in a row: it sets up its buffers once for all of them.
 inline constexpr std::size_t SPATIAL_GRAIN = 2048;

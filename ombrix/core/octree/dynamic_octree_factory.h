@@ -19,10 +19,6 @@ namespace ombrix::core {
 
 class NestedOctreeFactory;
 
-namespace detail {
-struct SplitNode;
-}
-
 /// Builds an octree from clouds that arrive one after another: points in leaves only, leaves split above
 /// `maxPoints()`, and a root cube that grows by powers of two when a cloud reaches outside.
 ///
@@ -149,7 +145,7 @@ private:
     void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode);
     Octree::Node& child(Octree::Node& node, unsigned int octant);
     PointCloud& ownCloud(Octree::Node& node);
-    void insertSplit(Octree::Node& node, std::vector<detail::SplitNode>& split);
+    std::vector<std::uint64_t> split(Octree::Node& node, unsigned int levels);
     [[nodiscard]] bool mustSplit(const Octree::Node& node) const;
 
     std::shared_ptr<Octree> octree_;

@@ -1,11 +1,11 @@
 #include <algorithm>
-#include <cmath>
 
 #include <spdlog/logger.h>
 #include <tbb/parallel_for.h>
 
+#include <ombrix/core/octree/cell_key_detail.h>
+#include <ombrix/core/octree/dynamic_descent_detail.h>
 #include <ombrix/core/octree/dynamic_octree_factory.h>
-#include <ombrix/core/octree/dynamic_split_detail.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/node_frame_detail.h>
@@ -16,29 +16,13 @@ namespace {
 
 using detail::DEEPEST_LEAF;
 
-/// Sorted indices and codes of the points to distribute.
-struct Sorted {
-    std::vector<std::uint64_t> indices;
-    std::vector<std::uint64_t> codes;
+using Pair = detail::Arrivals::Pair;
 
-    [[nodiscard]] std::size_t endOfOctant(std::size_t first, std::size_t last, unsigned int depth) const {
-        const unsigned int shift = 3 * (DEEPEST_LEAF - depth);
-        const std::uint64_t prefix = codes[first] >> shift;
-        const auto begin = codes.begin() + static_cast<std::ptrdiff_t>(first);
-        return first + static_cast<std::size_t>(
-                           std::partition_point(begin, codes.begin() + static_cast<std::ptrdiff_t>(last),
-                                                [&](std::uint64_t code) { return code >> shift == prefix; }) -
-                           begin);
-    }
-};
-
-/// A node and the run of sorted points that belong below it.
-struct Run {
-    Octree::Node* node;
-    std::size_t first;
-    std::size_t last;
-    std::vector<detail::SplitNode> split;  ///< what a leaf that became too full is split into
-};
+/// Keeps the first of the pairs with equal codes; they are sorted by code.
+/// @return  one past the last pair kept.
+Pair* dropEqualCodes(Pair* first, Pair* last) {
+    return std::unique(first, last, [](const Pair& a, const Pair& b) { return a.second == b.second; });
+}
 
 /// One point as a cloud that has the fields of its flags.
 PointCloud cloudOf(const Point& point) {
@@ -138,119 +122,67 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
     const double extend = octree_->extend();
 
     // Key and sort, equal codes by index
-    Sorted sorted;
-    {
-        auto pairs = detail::mortonPairs(cloud.size(), [&](std::uint64_t i) {
-            return morton_keyd(cloud.positions()[i].cast<double>() + offset, extend).key;
-        });
-        detail::sortByCode(pairs);
-        sorted.indices.reserve(pairs.size());
-        sorted.codes.reserve(pairs.size());
-        const OctreeConverter::Pair* pair = detail::contiguousPairs(pairs);
-        for (std::size_t i = 0; i < pairs.size(); ++i) {
-            const auto& [index, code] = pair != nullptr ? pair[i] : pairs[i];
-            if (onePerCode && !sorted.codes.empty() && sorted.codes.back() == code) {
-                ++droppedPoints_;
-            } else {
-                sorted.indices.push_back(index);
-                sorted.codes.push_back(code);
-            }
-        }
-    }
-
-    // Find the leaves
-    std::vector<Run> leaves;
-    std::vector<Octree::Node*> changed;
-    PointCloud copy;
-    const PointCloud* source = &detail::evenCloud(cloud, copy);
-    std::vector<Run> stack;
-    stack.push_back({&octree_->node(octree_->rootKey()), 0, sorted.codes.size(), {}});
-    while (!stack.empty()) {
-        const Run run = std::move(stack.back());
-        stack.pop_back();
-        const unsigned int depth = node_depth(run.node->key);
-        if (run.node->children == 0 || depth > DEEPEST_LEAF) {
-            if (&ownCloud(*run.node) == source) {
-                copy.copyFrom(*source, false);  // somebody adds a leaf's cloud to its own tree
-                source = &copy;
-            }
-            leaves.push_back(run);
-            continue;
-        }
-        const std::uint8_t before = run.node->children;
-        for (std::size_t first = run.first; first < run.last;) {
-            const std::size_t last = sorted.endOfOctant(first, run.last, depth);
-            const auto octant =
-                static_cast<unsigned int>(sorted.codes[first] >> (3 * (DEEPEST_LEAF - depth)) & 7);
-            stack.push_back({&child(*run.node, octant), first, last, {}});
-            first = last;
-        }
-        if (run.node->children != before) {
-            changed.push_back(run.node);
-        }
-    }
-
-    // Append to the leaves and split them; each has a cloud of its own
-    tbb::parallel_for(std::size_t{0}, leaves.size(), [&](std::size_t i) {
-        Run& run = leaves[i];
-        PointCloud& target = *run.node->pc;
-        detail::appendPoints(target, *source, sorted.indices.data() + run.first, run.last - run.first,
-                             offset - octree_->node_origin(*run.node).cast<double>());
-        run.node->size = target.size();
-        if (mustSplit(*run.node)) {
-            run.split = detail::splitLeaf(*octree_, run.node->key, target, maxPoints_, DEEPEST_LEAF);
-            run.node->pc = run.split.front().cloud;  // frees the points here, not one leaf after another
-        }
+    auto pairs = detail::mortonPairs(cloud.size(), [&](std::uint64_t i) {
+        return detail::cellKey(cloud.positions()[i].cast<double>() + offset, extend).key;
     });
-
-    // Insert the new nodes
-    for (const Octree::Node* node : changed) {
-        octree_->update_node(node->key);
+    detail::sortByCode(pairs);
+    std::vector<Pair> scattered;
+    Pair* first = detail::contiguousPairs(pairs) != nullptr ? &pairs[0] : nullptr;
+    if (first == nullptr) {
+        scattered.assign(pairs.begin(), pairs.end());
+        first = scattered.data();
     }
-    for (Run& run : leaves) {
-        insertSplit(*run.node, run.split);
-        octree_->update_node(run.node->key);
+    Pair* last = first + pairs.size();
+    if (onePerCode) {
+        last = dropEqualCodes(first, last);
+        droppedPoints_ += pairs.size() - static_cast<std::uint64_t>(last - first);
+    }
+
+    // Go down, on several threads below a few top levels
+    PointCloud padded;
+    const detail::Arrivals arrivals{&detail::evenCloud(cloud, padded), offset, first, last};
+    std::vector<detail::Descent::Stop> stops;
+    detail::Descent top(*octree_, maxPoints_);
+    top.descend(octree_->node(octree_->rootKey()), arrivals, &stops);
+    std::vector<detail::Descent> descents(stops.size(), detail::Descent(*octree_, maxPoints_));
+    tbb::parallel_for(std::size_t{0}, stops.size(),
+                      [&](std::size_t i) { descents[i].descend(*stops[i].node, stops[i].arrivals); });
+
+    // Enter what they found into the tree; leaves whose clouds were not at hand come last
+    top.enter();
+    std::vector<detail::Descent::Stop> deferred;
+    for (detail::Descent& descent : descents) {
+        const auto stopped = descent.enter();
+        deferred.insert(deferred.end(), stopped.begin(), stopped.end());
+    }
+    for (detail::Descent::Stop& stop : deferred) {
+        PointCloud copy;
+        if (&ownCloud(*stop.node) == arrivals.cloud) {
+            copy.copyFrom(*arrivals.cloud, false);  // somebody adds a leaf's cloud to its own tree
+            stop.arrivals.cloud = &copy;
+        }
+        top.descend(*stop.node, stop.arrivals);
+        top.enter();
     }
 }
 
-/// Writes the nodes that a leaf is split into; its own cloud is replaced, so that others may keep it.
-void DynamicOctreeFactory::insertSplit(Octree::Node& node, std::vector<detail::SplitNode>& split) {
-    if (split.empty()) {
-        return;
-    }
-    for (std::size_t i = 0; i < split.size(); ++i) {
-        Octree::Node& part = i == 0 ? node : octree_->add_node(split[i].key);
-        part.children = split[i].children;
-        part.flags |= detail::NODE_RELATIVE;
-        part.size = split[i].cloud->size();
-        part.pc = std::move(split[i].cloud);
-        part.compressed.reset();
-        if (i != 0) {
-            octree_->update_node(part.key);
-        }
-    }
+/// Splits a leaf; its own cloud is replaced, so that others may keep it.
+std::vector<std::uint64_t> DynamicOctreeFactory::split(Octree::Node& node, unsigned int levels) {
+    detail::Descent descent(*octree_, maxPoints_);
+    return descent.split(node, ownCloud(node), levels);
 }
 
 void DynamicOctreeFactory::expand_nodes(Octree::Node& node) {
     if (mustSplit(node)) {
-        auto split = detail::splitLeaf(*octree_, node.key, ownCloud(node), maxPoints_, DEEPEST_LEAF);
-        insertSplit(node, split);
-        octree_->update_node(node.key);
+        split(node, DEEPEST_LEAF);
     }
 }
 
 std::vector<std::uint64_t> DynamicOctreeFactory::expand_node(Octree::Node& node) {
-    std::vector<std::uint64_t> children;
     if (node.children != 0 || node_depth(node.key) >= DEEPEST_LEAF || ownCloud(node).size() == 0) {
-        return children;
+        return {};
     }
-    auto split = detail::splitLeaf(*octree_, node.key, *node.pc, maxPoints_, 1);
-    for (std::size_t i = 1; i < split.size(); ++i) {
-        children.push_back(split[i].key);
-    }
-    insertSplit(node, split);
-    octree_->update_node(node.key);
-    return children;
+    return split(node, 1);
 }
 
 }  // namespace ombrix::core

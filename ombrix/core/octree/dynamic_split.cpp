@@ -1,8 +1,9 @@
 #include <algorithm>
-#include <array>
+#include <utility>
 
 #include <tbb/parallel_for.h>
 
+#include <ombrix/core/octree/cell_key_detail.h>
 #include <ombrix/core/octree/dynamic_split_detail.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
@@ -14,36 +15,38 @@
 namespace ombrix::core::detail {
 namespace {
 
-/// From so many points on, a leaf's points are sorted on several threads; below, they are moved from level
-/// to level.
+using Pair = Arrivals::Pair;
+
+/// From so many points on, a leaf's points are sorted and copied on several threads; below, they are moved
+/// from level to level.
 constexpr std::size_t SORTED_FROM = 1u << 16;
+constexpr std::ptrdiff_t SHORT_RUN = 64;  // pairs that are counted rather than searched
 
 /// Points of a leaf with their codes inside it, brought into the order of the nodes that they end up in.
 class Cutter {
 public:
-    Cutter(const PointCloud& cloud, double edge) : indices_(cloud.size()), codes_(cloud.size()) {
+    Cutter(const PointCloud* cloud, double edge, SplitScratch& scratch)
+        : pairs_(scratch.pairs), moved_(scratch.moved) {
+        const std::size_t count = cloud != nullptr ? cloud->size() : 0;
         const auto codeOf = [&](std::uint64_t i) {
-            return OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>(), edge).key;
+            return cellKey(cloud->positions()[i].cast<double>(), edge).key;
         };
-        if (cloud.size() >= SORTED_FROM) {
+        pairs_.resize(count);
+        if (count >= SORTED_FROM) {
             sorted_ = true;
-            auto pairs = mortonPairs(cloud.size(), codeOf);
+            auto pairs = mortonPairs(count, codeOf);
             sortByCode(pairs);
-            for (std::size_t i = 0; i < pairs.size(); ++i) {
-                indices_[i] = pairs[i].first;
-                codes_[i] = pairs[i].second;
-            }
+            std::copy(pairs.begin(), pairs.end(), pairs_.begin());
             return;
         }
-        for (std::size_t i = 0; i < cloud.size(); ++i) {
-            indices_[i] = i;
-            codes_[i] = codeOf(i);
+        for (std::size_t i = 0; i < count; ++i) {
+            pairs_[i] = {i, codeOf(i)};
         }
-        movedIndices_.resize(cloud.size());
-        movedCodes_.resize(cloud.size());
+        moved_.resize(count);
     }
 
-    [[nodiscard]] const std::uint64_t* indices() const { return indices_.data(); }
+    [[nodiscard]] const Pair* pairs() const { return pairs_.data(); }
+    [[nodiscard]] std::size_t count() const { return pairs_.size(); }
 
     /// Puts the points in [first, last) into the order of their octants of a level, 0 for the first below
     /// the leaf.
@@ -53,17 +56,17 @@ public:
         std::array<std::size_t, 8> ends;
         if (sorted_) {
             for (std::uint64_t octant = 0; octant < 8; ++octant) {
-                const auto end =
-                    std::partition_point(codes_.begin() + static_cast<std::ptrdiff_t>(first),
-                                         codes_.begin() + static_cast<std::ptrdiff_t>(last),
-                                         [&](std::uint64_t code) { return (code >> shift & 7) <= octant; });
-                ends[octant] = static_cast<std::size_t>(end - codes_.begin());
+                const auto end = std::partition_point(
+                    pairs_.begin() + static_cast<std::ptrdiff_t>(first),
+                    pairs_.begin() + static_cast<std::ptrdiff_t>(last),
+                    [&](const Pair& pair) { return (pair.second >> shift & 7) <= octant; });
+                ends[octant] = static_cast<std::size_t>(end - pairs_.begin());
             }
             return ends;
         }
         std::array<std::size_t, 9> next{};
         for (std::size_t i = first; i < last; ++i) {
-            ++next[(codes_[i] >> shift & 7) + 1];
+            ++next[(pairs_[i].second >> shift & 7) + 1];
         }
         next[0] = first;
         for (std::size_t octant = 0; octant < 8; ++octant) {
@@ -71,109 +74,144 @@ public:
             ends[octant] = next[octant + 1];
         }
         for (std::size_t i = first; i < last; ++i) {
-            const std::size_t to = next[codes_[i] >> shift & 7]++;
-            movedIndices_[to] = indices_[i];
-            movedCodes_[to] = codes_[i];
+            moved_[next[pairs_[i].second >> shift & 7]++] = pairs_[i];
         }
-        const auto moveBack = [&](const std::vector<std::uint64_t>& from, std::vector<std::uint64_t>& to) {
-            std::copy(from.begin() + static_cast<std::ptrdiff_t>(first),
-                      from.begin() + static_cast<std::ptrdiff_t>(last),
-                      to.begin() + static_cast<std::ptrdiff_t>(first));
-        };
-        moveBack(movedIndices_, indices_);
-        moveBack(movedCodes_, codes_);
+        std::copy(moved_.begin() + static_cast<std::ptrdiff_t>(first),
+                  moved_.begin() + static_cast<std::ptrdiff_t>(last),
+                  pairs_.begin() + static_cast<std::ptrdiff_t>(first));
         return ends;
     }
 
 private:
-    std::vector<std::uint64_t> indices_;
-    std::vector<std::uint64_t> codes_;
-    std::vector<std::uint64_t> movedIndices_;
-    std::vector<std::uint64_t> movedCodes_;
+    std::vector<Pair>& pairs_;
+    std::vector<Pair>& moved_;
     bool sorted_ = false;
 };
 
-}  // namespace
-
-void appendPoints(PointCloud& target, const PointCloud& source, const std::uint64_t* indices,
-                  std::size_t count, const Vector3d& shift) {
+/// Appends source[i] for the indices i of some pairs, each moved by `shift` in double.
+void appendPoints(PointCloud& target, const PointCloud& source, const Pair* pairs, std::size_t count,
+                  const Vector3d& shift) {
     adoptFields(target, source);
-    makeRoom(target.positions(), count);
+    const std::size_t before = target.positions().size();
+    const auto grow = [&]<class T>(std::vector<T>& values) {
+        makeRoom(values, count);
+        values.resize(before + count);
+        return values.data() + before;
+    };
+    Vector3f* positions = grow(target.positions());
     for (std::size_t i = 0; i < count; ++i) {
-        target.positions().push_back((source.positions()[indices[i]].cast<double>() + shift).cast<float>());
+        positions[i] = (source.positions()[pairs[i].first].cast<double>() + shift).cast<float>();
     }
-    const auto append = [&]<class T>(std::vector<T>& to, const std::vector<T>& from) {
-        if (!from.empty()) {
-            makeRoom(to, count);
-            const GatherIterator<T> first(from.data(), indices);
-            to.insert(to.end(), first, first + static_cast<std::ptrdiff_t>(count));
+    const auto gather = [&]<class T>(std::vector<T>& to, const std::vector<T>& from) {
+        T* values = grow(to);
+        for (std::size_t i = 0; i < count && !from.empty(); ++i) {
+            values[i] = from[pairs[i].first];
         }
     };
-    append(target.colors(), source.colors());
-    append(target.scalars(), source.scalars());
-    if (source.fields().size() != 0) {
-        target.fields().append(source.fields(), std::vector<std::uint64_t>(indices, indices + count));
+    gather(target.colors(), source.colors());
+    gather(target.scalars(), source.scalars());
+    if (target.fields().size() != 0) {
+        std::vector<std::uint64_t> indices(source.fields().size() != 0 ? count : 0);
+        for (std::size_t i = 0; i < indices.size(); ++i) {
+            indices[i] = pairs[i].first;
+        }
+        target.fields().append(source.fields(), indices);
+        padAttributes(target);
     }
-    padAttributes(target);
 }
 
-std::vector<SplitNode> splitLeaf(const Octree& octree, std::uint64_t key, const PointCloud& cloud,
-                                 std::uint64_t maxPoints, unsigned int levels) {
-    const unsigned int depth = node_depth(key);
+}  // namespace
+
+std::array<const Pair*, 8> octantEnds(const Arrivals& arrivals, unsigned int depth) {
+    const unsigned int shift = 3 * (DEEPEST_LEAF - depth);
+    std::array<const Pair*, 8> ends;
+    const Pair* end = arrivals.first;
+    for (std::uint64_t octant = 0; octant < 8; ++octant) {
+        const auto inside = [&](const Pair& pair) { return (pair.second >> shift & 7) <= octant; };
+        if (arrivals.last - end <= SHORT_RUN) {
+            while (end != arrivals.last && inside(*end)) {
+                ++end;
+            }
+        } else {
+            end = std::partition_point(end, arrivals.last, inside);
+        }
+        ends[octant] = end;
+    }
+    return ends;
+}
+
+void append(PointCloud& target, const Arrivals& arrivals, const Vector3d& corner) {
+    appendPoints(target, *arrivals.cloud, arrivals.first, arrivals.size(), arrivals.offset - corner);
+}
+
+void splitLeaf(const Octree& octree, const SplitLeaf& leaf, std::uint64_t maxPoints, unsigned int levels,
+               SplitScratch& scratch, std::vector<SplitNode>& out) {
+    const unsigned int depth = node_depth(leaf.key);
     const unsigned int deepest = std::min(DEEPEST_LEAF, depth + levels);
-    Cutter cutter(cloud, static_cast<double>(octree.extend()) / static_cast<double>(1u << depth));
+    PointCloud padded;
+    const PointCloud* own = leaf.cloud != nullptr ? &evenCloud(*leaf.cloud, padded) : nullptr;
+    Cutter cutter(own, static_cast<double>(octree.extend()) / static_cast<double>(1u << depth), scratch);
 
     // Cut into nodes, depth first
     struct Part {
         std::size_t node;
         std::size_t first;
         std::size_t last;
+        Arrivals arrivals;
+        [[nodiscard]] std::size_t size() const { return last - first + arrivals.size(); }
     };
-    std::vector<SplitNode> nodes{{key, 0, nullptr}};
+    const std::size_t top = out.size();
+    out.push_back({leaf.key, 0, nullptr});
     std::vector<Part> leaves;
-    std::vector<Part> stack{{0, 0, cloud.size()}};
+    std::vector<Part> stack{{top, 0, cutter.count(), leaf.arrivals}};
+    const bool large = stack.front().size() >= SORTED_FROM;
     while (!stack.empty()) {
         const Part part = stack.back();
         stack.pop_back();
-        const std::uint64_t parent = nodes[part.node].key;
+        const std::uint64_t parent = out[part.node].key;
         const unsigned int level = node_depth(parent);
-        if (part.node != 0 && (part.last - part.first <= maxPoints || level >= deepest)) {
+        if (part.node != top && (part.size() <= maxPoints || level >= deepest)) {
             leaves.push_back(part);
             continue;
         }
+        out[part.node].cloud = std::make_shared<PointCloud>();
         const auto ends = cutter.cut(part.first, part.last, level - depth);
-        std::size_t first = part.first;
+        const auto arrivalEnds = octantEnds(part.arrivals, level);
+        Part child{0, part.first, part.first, part.arrivals};
+        child.arrivals.last = part.arrivals.first;
         for (unsigned int octant = 0; octant < 8; ++octant) {
-            if (ends[octant] != first) {
-                nodes[part.node].children |= static_cast<std::uint8_t>(1u << octant);
-                stack.push_back({nodes.size(), first, ends[octant]});
-                nodes.push_back({child_key(parent, octant), 0, nullptr});
+            child.first = std::exchange(child.last, ends[octant]);
+            child.arrivals.first = std::exchange(child.arrivals.last, arrivalEnds[octant]);
+            if (child.size() != 0) {
+                out[part.node].children |= static_cast<std::uint8_t>(1u << octant);
+                child.node = out.size();
+                stack.push_back(child);
+                out.push_back({child_key(parent, octant), 0, nullptr});
             }
-            first = ends[octant];
         }
     }
 
     // Copy the points of each leaf once
-    PointCloud padded;
-    const PointCloud& source = evenCloud(cloud, padded);
-    const Vector3d corner = nodeCorner(octree, key).cast<double>();
+    const Vector3d corner = nodeCorner(octree, leaf.key).cast<double>();
     const auto fill = [&](const Part& part) {
-        SplitNode& leaf = nodes[part.node];
-        leaf.cloud = std::make_shared<PointCloud>();
-        appendPoints(*leaf.cloud, source, cutter.indices() + part.first, part.last - part.first,
-                     corner - nodeCorner(octree, leaf.key).cast<double>());
+        SplitNode& node = out[part.node];
+        const Vector3d nodeAt = nodeCorner(octree, node.key).cast<double>();
+        node.cloud = std::make_shared<PointCloud>();
+        // A leaf that has taken points from several clouds is likely to take more.
+        node.cloud->reserve(part.size() * (own != nullptr && leaf.arrivals.size() != 0 ? 2 : 1));
+        if (own != nullptr) {
+            appendPoints(*node.cloud, *own, cutter.pairs() + part.first, part.last - part.first,
+                         corner - nodeAt);
+        }
+        if (part.arrivals.size() != 0) {
+            append(*node.cloud, part.arrivals, nodeAt);
+        }
     };
-    if (cloud.size() >= SORTED_FROM) {
+    if (large) {
         tbb::parallel_for(std::size_t{0}, leaves.size(), [&](std::size_t i) { fill(leaves[i]); });
     } else {
         std::for_each(leaves.begin(), leaves.end(), fill);
     }
-    for (SplitNode& node : nodes) {
-        if (!node.cloud) {
-            node.cloud = std::make_shared<PointCloud>();
-        }
-    }
-    return nodes;
 }
 
 }  // namespace ombrix::core::detail

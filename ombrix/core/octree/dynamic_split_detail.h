@@ -1,10 +1,13 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
 #include <ombrix/core/octree/octree.h>
+#include <ombrix/core/octree/octree_converter.h>
 #include <ombrix/core/points/point_cloud.h>
 
 namespace ombrix::core::detail {
@@ -12,11 +15,26 @@ namespace ombrix::core::detail {
 /// Leaves of a growing tree lie at this depth at most.
 inline constexpr unsigned int DEEPEST_LEAF = 20;
 
-/// Appends source[i] for `count` indices, each moved by `shift` (in double), so that all attributes of
-/// `target` stay as long as its positions. The attributes of `source` must be as long as its positions, or
-/// empty in the case of colours and scalars.
-void appendPoints(PointCloud& target, const PointCloud& source, const std::uint64_t* indices,
-                  std::size_t count, const Vector3d& shift);
+/// Points on their way to their leaves, as a run of pairs (index, code) that are sorted by code.
+struct Arrivals {
+    using Pair = OctreeConverter::Pair;
+
+    const PointCloud* cloud = nullptr;   ///< all attributes as long as the positions, or empty
+    Vector3d offset = Vector3d::Zero();  ///< added to a position, it is relative to the tree's origin
+    const Pair* first = nullptr;
+    const Pair* last = nullptr;  ///< one past the end
+
+    [[nodiscard]] std::size_t size() const { return static_cast<std::size_t>(last - first); }
+    [[nodiscard]] Arrivals part(const Pair* from, const Pair* to) const { return {cloud, offset, from, to}; }
+};
+
+/// Cuts the arrivals in a node of a depth, 20 at most, by octants.
+/// @return  where each octant's pairs end.
+[[nodiscard]] std::array<const Arrivals::Pair*, 8> octantEnds(const Arrivals& arrivals, unsigned int depth);
+
+/// Appends the arrivals, relative to `corner`, which is relative to the tree's origin. All attributes of
+/// `target` stay as long as its positions.
+void append(PointCloud& target, const Arrivals& arrivals, const Vector3d& corner);
 
 /// A node that a leaf is split into.
 struct SplitNode {
@@ -25,13 +43,24 @@ struct SplitNode {
     std::shared_ptr<PointCloud> cloud;  ///< relative to the node's lower corner; empty for inner nodes
 };
 
-/// Splits the cloud of a leaf, relative to the leaf's lower corner, by octants until no part above depth 20
-/// has more than `maxPoints` points.
+/// A leaf to split.
+struct SplitLeaf {
+    std::uint64_t key;
+    const PointCloud* cloud;  ///< relative to the leaf's lower corner; null for none
+    Arrivals arrivals;        ///< what comes to it, too
+};
+
+/// Buffers that are reused from one split to the next.
+struct SplitScratch {
+    std::vector<Arrivals::Pair> pairs;
+    std::vector<Arrivals::Pair> moved;
+};
+
+/// Splits a leaf by octants until no part above depth 20 has more than `maxPoints` points.
 ///
 /// @param levels  deepest level below the leaf to split to, at least 1.
-/// @return        the leaf itself as an inner node, then all nodes below it, parents first.
-[[nodiscard]] std::vector<SplitNode> splitLeaf(const Octree& octree, std::uint64_t key,
-                                               const PointCloud& cloud, std::uint64_t maxPoints,
-                                               unsigned int levels);
+/// @param out     receives the leaf itself as an inner node, then all nodes below it, parents first.
+void splitLeaf(const Octree& octree, const SplitLeaf& leaf, std::uint64_t maxPoints, unsigned int levels,
+               SplitScratch& scratch, std::vector<SplitNode>& out);
 
 }  // namespace ombrix::core::detail

@@ -1,8 +1,12 @@
+#include <cstdint>
 #include <vector>
 
+#include <ombrix/core/octree/cell_key_detail.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
-#include <ombrix/core/octree/octree_converter.h>
+#include <ombrix/core/octree/padded_append_detail.h>
+#include <ombrix/core/octree/recursive_build_detail.h>
+#include <ombrix/core/octree/watched_append_detail.h>
 
 namespace ombrix::core {
 
@@ -13,7 +17,7 @@ FullOctreeFactory::FullOctreeFactory(const Vector3f& origin, float extend, unsig
     : OctreeFactory(origin, extend), capacity_(capacity) {}
 
 void FullOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift) {
-    cloud_.push_back(cloud, shift - origin_.cast<double>(), false);
+    detail::appendEven(cloud_, cloud, shift - origin_.cast<double>(), false);
     widenScalarRange(cloud);
 }
 
@@ -21,19 +25,55 @@ void FullOctreeFactory::add(const PointCloud& cloud) {
     add(cloud, Vector3d::Zero());
 }
 
+bool FullOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift, const WorkContext& context) {
+    return detail::runWatched(context, [&](detail::Work& work) {
+        detail::appendWatched(cloud_, cloud, shift - origin_.cast<double>(), work);
+        widenScalarRange(cloud);
+    });
+}
+
+bool FullOctreeFactory::add(const PointCloud& cloud, const WorkContext& context) {
+    return add(cloud, Vector3d::Zero(), context);
+}
+
 void FullOctreeFactory::operator()(Octree& out) {
     factory(out);
 }
 
+bool FullOctreeFactory::operator()(Octree& out, const WorkContext& context) {
+    return detail::runWatched(context, [&](detail::Work& work) {
+        try {
+            build(out, &work);
+        } catch (...) {
+            out.nodes().clear();
+            throw;
+        }
+    });
+}
+
 void FullOctreeFactory::factory(Octree& out) {
+    build(out, nullptr);
+}
+
+void FullOctreeFactory::build(Octree& out, detail::Work* work) {
     copyStateTo(out, Octree::FULL);
+    const auto begin = [&](double share) {
+        if (work != nullptr) {
+            work->begin(share, cloud_.size());
+        }
+    };
 
     const std::vector<Vector3f>& positions = cloud_.positions();
+    const double extend = extend_;
+    begin(0.1);
     OctreeConverter::PairVector pairs = detail::mortonPairs(
-        positions.size(), [&](std::uint64_t i) { return morton_keyd(positions[i].cast<double>()).key; });
-    detail::sortByCode(pairs);
+        positions.size(),
+        [&](std::uint64_t i) { return detail::cellKey(positions[i].cast<double>(), extend).key; }, work);
+    begin(0.4);
+    detail::sortByCode(pairs, work);
+    begin(0.5);
     // Without points the last position wraps around and the run counts as empty.
-    OctreeConverter::recursiveBuild(cloud_, pairs, {0, positions.size() - 1, 1, 0}, capacity_, false, out);
+    detail::recursiveBuild(cloud_, pairs, {0, positions.size() - 1, 1, 0}, capacity_, false, out, work);
 }
 
 }  // namespace ombrix::core

@@ -97,15 +97,18 @@ void sortRun(Pair* from, Pair* to, std::size_t count, int shift, bool inTo) {
 }
 
 /// The same with the first pass in blocks and the runs of its digits on several threads.
-void sortRunInParallel(Pair* from, Pair* to, std::size_t count, int shift, bool inTo) {
+void sortRunInParallel(Pair* from, Pair* to, std::size_t count, int shift, bool inTo, Work* work) {
     constexpr std::size_t BLOCK = 1u << 16;
     const std::size_t blocks = (count + BLOCK - 1) / BLOCK;
     std::vector<Histogram> starts(blocks, Histogram{});
-    const auto forEachBlock = [&](const auto& work) {
+    const auto forEachBlock = [&](const auto& visit) {
         tbb::parallel_for(std::size_t{0}, blocks, [&](std::size_t block) {
+            if (work != nullptr) {
+                work->check();
+            }
             const std::size_t end = std::min(count, (block + 1) * BLOCK);
             for (std::size_t i = block * BLOCK; i < end; ++i) {
-                work(starts[block], i);
+                visit(starts[block], i);
             }
         });
     };
@@ -123,22 +126,23 @@ void sortRunInParallel(Pair* from, Pair* to, std::size_t count, int shift, bool 
     }
     const std::size_t d0 = digit(from[0], shift);
     if (shift > 0 && ends[d0] - (d0 == 0 ? 0 : ends[d0 - 1]) == count) {
-        return sortRunInParallel(from, to, count, nextShift(shift), inTo);
+        return sortRunInParallel(from, to, count, nextShift(shift), inTo, work);
     }
     forEachBlock([&](Histogram& next, std::size_t i) { to[next[digit(from[i], shift)]++] = from[i]; });
 
     tbb::parallel_for(std::size_t{0}, DIGITS, [&](std::size_t d) {
         const std::size_t first = d == 0 ? 0 : ends[d - 1];
         const std::size_t size = ends[d] - first;
-        if (shift == 0) {
-            if (!inTo) {
-                std::copy_n(to + first, size, from + first);
-            }
-        } else if (size >= PARALLEL_RUN) {
-            sortRunInParallel(to + first, from + first, size, nextShift(shift), !inTo);
-        } else {
-            sortRun(to + first, from + first, size, nextShift(shift), !inTo);
+        if (shift > 0 && size >= PARALLEL_RUN) {
+            sortRunInParallel(to + first, from + first, size, nextShift(shift), !inTo, work);
+            return;
         }
+        if (shift > 0) {
+            sortRun(to + first, from + first, size, nextShift(shift), !inTo);
+        } else if (!inTo) {
+            std::copy_n(to + first, size, from + first);
+        }
+        WorkSteps(work, 1).step(size);
     });
 }
 
@@ -162,7 +166,7 @@ void sortByCode(Pair* pairs, Pair* scratch, std::size_t count) {
     sortRun(pairs, scratch, count, FIRST_SHIFT, false);
 }
 
-void sortByCode(OctreeConverter::PairVector& pairs) {
+void sortByCode(OctreeConverter::PairVector& pairs, Work* work) {
     const std::size_t count = pairs.size();
     if (count < PARALLEL_FROM) {
         std::stable_sort(pairs.begin(), pairs.end(),
@@ -171,12 +175,12 @@ void sortByCode(OctreeConverter::PairVector& pairs) {
     }
     const Scratch scratch(count);
     if (contiguousPairs(pairs) != nullptr) {
-        sortRunInParallel(&pairs[0], scratch.pairs(), count, FIRST_SHIFT, false);
+        sortRunInParallel(&pairs[0], scratch.pairs(), count, FIRST_SHIFT, false, work);
         return;
     }
     const Scratch copy(count);
     std::copy(pairs.begin(), pairs.end(), copy.pairs());
-    sortRunInParallel(copy.pairs(), scratch.pairs(), count, FIRST_SHIFT, false);
+    sortRunInParallel(copy.pairs(), scratch.pairs(), count, FIRST_SHIFT, false, work);
     std::copy_n(copy.pairs(), count, pairs.begin());
 }
 

@@ -8,12 +8,14 @@
 
 #include <ombrix/core/large_pages_detail.h>
 #include <ombrix/core/octree/octree_converter.h>
+#include <ombrix/core/services/work_detail.h>
 
 namespace ombrix::core::detail {
 
 /// The pairs (i, codeOf(i)) for i in [0, count), in this order, computed on several threads.
 template <class CodeOf>
-[[nodiscard]] OctreeConverter::PairVector mortonPairs(std::uint64_t count, const CodeOf& codeOf) {
+[[nodiscard]] OctreeConverter::PairVector mortonPairs(std::uint64_t count, const CodeOf& codeOf,
+                                                      Work* work = nullptr) {
     OctreeConverter::PairVector pairs;
     pairs.reserve(count);
     if (count > 0) {
@@ -29,13 +31,14 @@ template <class CodeOf>
         for (const std::uint64_t last = i + size; i != last; ++i, ++pair) {
             *pair = {i, codeOf(i)};
         }
+        WorkSteps(work, 1).step(size);
     });
     return pairs;
 }
 
 /// Sorts (index, code) pairs by code: on several threads from 500 pairs, on the caller's below. Pairs with
 /// equal codes keep their order, so the result does not depend on the number of threads.
-void sortByCode(OctreeConverter::PairVector& pairs);
+void sortByCode(OctreeConverter::PairVector& pairs, Work* work = nullptr);
 /// The same for an array, on the caller's thread alone; `scratch` has room for as many pairs.
 void sortByCode(OctreeConverter::Pair* pairs, OctreeConverter::Pair* scratch, std::size_t count);
 

@@ -7,6 +7,7 @@
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/points/point_writer_detail.h>
+#include <ombrix/core/services/work_detail.h>
 
 namespace ombrix::core {
 namespace {
@@ -54,7 +55,27 @@ void NestedOctreeFactory::operator()(Octree& out) {
     clear();
 }
 
+bool NestedOctreeFactory::operator()(Octree& out, const WorkContext& context) {
+    return detail::runWatched(context, [&](detail::Work& work) {
+        try {
+            writeTo(out, &work);
+        } catch (...) {
+            out.nodes().clear();
+            throw;
+        }
+        clear();
+    });
+}
+
 void NestedOctreeFactory::factory(Octree& out) {
+    writeTo(out, nullptr);
+}
+
+void NestedOctreeFactory::writeTo(Octree& out, detail::Work* work) {
+    if (work != nullptr) {
+        work->begin(1.0, size());
+    }
+    detail::WorkSteps steps(work, 1);
     copyStateTo(out, Octree::NESTED);
     CodeOrder order;
     std::vector<Point> sorted;
@@ -83,7 +104,8 @@ void NestedOctreeFactory::factory(Octree& out) {
                 target.pc = std::make_shared<PointCloud>();
             }
             append(*target.pc, order);
-            if (source.grid.empty()) {
+            // What may be stopped keeps the order of arrival, which decides ties of later points
+            if (source.grid.empty() && work == nullptr) {
                 sorted.clear();
                 for (std::size_t i = 0; i < order.size(); ++i) {
                     sorted.push_back(order[i]);
@@ -92,6 +114,7 @@ void NestedOctreeFactory::factory(Octree& out) {
             }
         }
         out.update_node(key);
+        steps.step(order.size());
 
         for (unsigned int octant = 0; octant < 8 && node_depth(key) < MAX_DEPTH; ++octant) {
             if ((source.children >> octant & 1u) != 0) {

@@ -8,22 +8,51 @@
 
 namespace ombrix::core {
 void NestedOctreeFactory::add(const PointCloud& cloud) {
-    insertAll(cloud, detail::LocalPoints(cloud, origin_, extend_));
+    insertAll(cloud, detail::LocalPoints(cloud, origin_, extend_), nullptr);
 }
 
 void NestedOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift) {
-    insertAll(cloud, detail::LocalPoints(cloud, Vector3d(shift - origin_.cast<double>()), extend_));
+    insertAll(cloud, detail::LocalPoints(cloud, Vector3d(shift - origin_.cast<double>()), extend_), nullptr);
 }
 
-void NestedOctreeFactory::insertAll(const PointCloud& cloud, const detail::LocalPoints& points) {
+bool NestedOctreeFactory::add(const PointCloud& cloud, const WorkContext& context) {
+    return insertWatched(cloud, detail::LocalPoints(cloud, origin_, extend_), context);
+}
+
+bool NestedOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift, const WorkContext& context) {
+    return insertWatched(cloud, detail::LocalPoints(cloud, Vector3d(shift - origin_.cast<double>()), extend_),
+                         context);
+}
+
+bool NestedOctreeFactory::insertWatched(const PointCloud& cloud, const detail::LocalPoints& points,
+                                        const WorkContext& context) {
+    return detail::runWatched(context, [&](detail::Work& work) {
+        try {
+            insertAll(cloud, points, &work);
+        } catch (...) {
+            clear();
+            scalarMin_ = 3.4028235e38f;
+            scalarMax_ = -3.4028235e38f;
+            throw;
+        }
+    });
+}
+
+void NestedOctreeFactory::insertAll(const PointCloud& cloud, const detail::LocalPoints& points,
+                                    detail::Work* work) {
     widenScalarRange(cloud);
     // A derived builder sees every insertion, and in the order in which one causes the next
     if (typeid(*this) == typeid(NestedOctreeFactory)) {
-        NestedStreams(*this, points).insert();
+        NestedStreams(*this, points, work).insert();
         return;
     }
+    if (work != nullptr) {
+        work->begin(1.0, points.size());
+    }
+    detail::WorkSteps steps(work);
     for (std::uint64_t i = 0; i < points.size(); ++i) {
         add(node(1), points.point(i));
+        steps.step();
     }
 }
 

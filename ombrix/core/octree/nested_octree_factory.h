@@ -12,12 +12,14 @@
 #include <ombrix/core/octree/octree_factory.h>
 #include <ombrix/core/points/point.h>
 #include <ombrix/core/points/point_cloud.h>
+#include <ombrix/core/services/work_context.h>
 
 namespace ombrix::core {
 
 namespace detail {
 class LocalPoints;
-}
+class Work;
+}  // namespace detail
 class NestedStreams;
 
 /// Builds a nested octree: a level-of-detail tree in which every node holds points of its own.
@@ -79,6 +81,10 @@ public:
     void add(const PointCloud& cloud, const Vector3d& shift) override;
     /// The same without a shift, origin subtracted in single precision.
     void add(const PointCloud& cloud) override;
+    /// The same within a context, on one thread. When stopped, they answer false and the factory is empty:
+    /// what was added before is gone, too, and the scalar range starts anew.
+    [[nodiscard]] bool add(const PointCloud& cloud, const Vector3d& shift, const WorkContext& context);
+    [[nodiscard]] bool add(const PointCloud& cloud, const WorkContext& context);
     /// Moves the points into the nodes of `out` and leaves the factory empty.
     ///
     /// `out` gets box, scalar range and type nested, and for every node that the children masks connect to
@@ -86,6 +92,9 @@ public:
     /// those that its cloud holds already. A node without points gets no cloud. `Octree::update_node` is
     /// called for each node when it is complete.
     void operator()(Octree& out) override;
+    /// The same within a context, on one thread. When stopped, it answers false, the factory keeps its points
+    /// and `out` has no nodes, also where it held some.
+    [[nodiscard]] bool operator()(Octree& out, const WorkContext& context);
 
     /// Makes the factory's node of that key, with `node`'s children mask: a grid when it has children, else
     /// a bucket. Its points are not touched.
@@ -141,7 +150,10 @@ protected:
 private:
     friend class NestedStreams;
 
-    void insertAll(const PointCloud& cloud, const detail::LocalPoints& points);
+    void insertAll(const PointCloud& cloud, const detail::LocalPoints& points, detail::Work* work);
+    bool insertWatched(const PointCloud& cloud, const detail::LocalPoints& points,
+                       const WorkContext& context);
+    void writeTo(Octree& out, detail::Work* work);
     static void reserveBucket(Node& node);
     void keepInBucket(Node& node, const Point& point, unsigned int deepestGrid);
     void expand(Node& node);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include <ombrix/core/octree/nested_grid_detail.h>
 #include <ombrix/core/octree/nested_streams_detail.h>
@@ -11,7 +12,17 @@ constexpr std::size_t RUN = 32;            ///< points whose memory is asked for
 
 }  // namespace
 
+/// Every point counts once when it has passed the root and once when it comes to rest.
+void NestedStreams::tell(std::uint64_t points) {
+    if (work_ != nullptr) {
+        work_->done(points + std::exchange(atRest_, 0));
+    }
+}
+
 void NestedStreams::insert() {
+    if (work_ != nullptr) {
+        work_->begin(1.0, 2 * points_.size());
+    }
     for (first_ = 0; first_ < points_.size(); first_ += BATCH) {
         insertBatch(std::min(points_.size() - first_, BATCH));
     }
@@ -33,6 +44,7 @@ void NestedStreams::insertBatch(std::uint64_t count) {
         } else {
             keepInBucket(root, block);
         }
+        tell(block.size());
     }
     passOn(root, below);
 }
@@ -46,6 +58,7 @@ void NestedStreams::enter(Node& node, Stream stream) {
         } else {
             keepInBucket(node, block);
         }
+        tell(0);
         Stream::Block().swap(block);
     }
     passOn(node, below);
@@ -75,6 +88,7 @@ void NestedStreams::keepInBucket(Node& node, const Stream::Block& block) {
     for (const Item& item : block) {
         node.points.push_back(settle(item));
     }
+    atRest_ += block.size();
 }
 
 void NestedStreams::passGrid(Node& node, const Item* items, std::size_t count, Below& below) {
@@ -96,6 +110,7 @@ void NestedStreams::passGrid(Node& node, const Item* items, std::size_t count, B
             const auto [entry, stored] =
                 grid.try_emplace_from(cells[i].key, [&] { return settle(items[i]); });
             if (stored) {
+                ++atRest_;
                 continue;
             }
             Item down = items[i];

@@ -10,6 +10,7 @@
 #include <ombrix/core/octree/nested_local_points_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/points/point.h>
+#include <ombrix/core/services/work_detail.h>
 
 namespace ombrix::core {
 
@@ -24,10 +25,11 @@ namespace ombrix::core {
 /// comes to rest.
 class NestedStreams {
 public:
-    NestedStreams(NestedOctreeFactory& factory, const detail::LocalPoints& points)
-        : factory_(factory), points_(points) {}
+    /// @param work  null unless somebody watches.
+    NestedStreams(NestedOctreeFactory& factory, const detail::LocalPoints& points, detail::Work* work)
+        : factory_(factory), points_(points), work_(work) {}
 
-    /// Inserts all points at the root.
+    /// Inserts all points at the root. When it is stopped, points are missing in the factory.
     void insert();
 
 private:
@@ -75,6 +77,7 @@ private:
     void keepInBucket(Node& node, const Stream::Block& block);
     void passGrid(Node& node, const Item* items, std::size_t count, Below& below);
     void passOn(Node& node, Below& below);
+    void tell(std::uint64_t points);
 
     [[nodiscard]] static Item itemOf(const Point& p, std::uint32_t fields);
     [[nodiscard]] Item displace(const Point& p);
@@ -82,6 +85,8 @@ private:
 
     NestedOctreeFactory& factory_;
     const detail::LocalPoints& points_;
+    detail::Work* work_;
+    std::uint64_t atRest_ = 0;           ///< points that came to rest, not told to `work_` yet
     std::uint64_t first_ = 0;            ///< of the batch
     std::uint32_t count_ = 0;            ///< of the batch
     std::vector<Point> aside_;           ///< displaced points with fields on their way

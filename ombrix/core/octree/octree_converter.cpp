@@ -31,28 +31,11 @@ std::uint64_t codeIn(const CellCodes& cell, const Vector3f& p, float extend) {
     return std::clamp(OctreeFactory::morton_keyd(p.cast<double>(), extend).key, cell.first, cell.last);
 }
 
-/// Appends a cloud with padded attributes; colours and scalars that neither side has stay absent.
-void append(PointCloud& out, const PointCloud& cloud, const Vector3d& shift, bool positionsOnly) {
-    const bool colored = !out.colors().empty() || !cloud.colors().empty();
-    const bool scaled = !out.scalars().empty() || !cloud.scalars().empty();
-    detail::padAttributes(out);
-    if (!positionsOnly) {
-        detail::adoptFields(out, cloud);
-    }
-    out.push_back(cloud, shift, positionsOnly);
-    detail::padAttributes(out);
-    if (!colored) {
-        out.colors().clear();
-    }
-    if (!scaled) {
-        out.scalars().clear();
-    }
-}
-
 /// Appends the points of a node, relative to the tree's origin.
 void appendNode(PointCloud& out, Octree& octree, std::uint64_t key, bool positionsOnly) {
     if (const std::shared_ptr<PointCloud> cloud = octree.node_pc(key)) {
-        append(out, *cloud, detail::positionOffset(octree, octree.node(key)).cast<double>(), positionsOnly);
+        const Vector3d offset = detail::positionOffset(octree, octree.node(key)).cast<double>();
+        detail::appendEven(out, *cloud, offset, positionsOnly);
     }
 }
 
@@ -81,7 +64,7 @@ void appendAncestors(PointCloud& out, Octree& octree, std::uint64_t key, bool po
             PointCloud padded;
             PointCloud selected;
             selected.push_back(detail::evenCloud(*cloud, padded), inside, offset, positionsOnly);
-            append(out, selected, Vector3d::Zero(), positionsOnly);
+            detail::appendEven(out, selected, Vector3d::Zero(), positionsOnly);
         }
     }
 }

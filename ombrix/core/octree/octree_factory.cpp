@@ -1,32 +1,10 @@
 #include <array>
 
+#include <ombrix/core/octree/cell_key_detail.h>
 #include <ombrix/core/octree/octree_factory.h>
 #include <ombrix/core/octree/octree_geometry_detail.h>
 
 namespace ombrix::core {
-namespace {
-
-/// c / extend clamped to [0, last]; NaN gives 0.
-template <class T>
-T relative(T c, T extend, T last) {
-    const T q = c / extend;
-    if (!(q >= T{0})) {
-        return T{0};
-    }
-    return q > last ? last : q;
-}
-
-template <class Vector>
-morton3d<std::uint64_t> cellKey(const Vector& normalized) {
-    using Scalar = typename Vector::Scalar;
-    constexpr Scalar CELLS = 1u << MORTON_LEVELS;
-    return {static_cast<std::uint32_t>(normalized.x() * CELLS),
-            static_cast<std::uint32_t>(normalized.y() * CELLS),
-            static_cast<std::uint32_t>(normalized.z() * CELLS)};
-}
-
-}  // namespace
-
 OctreeFactory::OctreeFactory(const Vector3f& origin, const Vector3f& top)
     : origin_(origin), top_(top), extend_(detail::largestSide(origin, top)) {}
 
@@ -51,16 +29,14 @@ std::uint64_t OctreeFactory::size() const {
     return 0;
 }
 
-// The upper clamps stay below 1 so that the upper faces fall into the last cell; both are two steps below
-// 1 in their precision.
 Vector3f OctreeFactory::normalize(const Vector3f& p, float extend) {
-    constexpr float LAST = 0.99999988079071044921875f;
-    return {relative(p.x(), extend, LAST), relative(p.y(), extend, LAST), relative(p.z(), extend, LAST)};
+    return {detail::relative(p.x(), extend), detail::relative(p.y(), extend),
+            detail::relative(p.z(), extend)};
 }
 
 Vector3d OctreeFactory::normalize(const Vector3d& p, double extend) {
-    constexpr double LAST = 0.9999999999999998;
-    return {relative(p.x(), extend, LAST), relative(p.y(), extend, LAST), relative(p.z(), extend, LAST)};
+    return {detail::relative(p.x(), extend), detail::relative(p.y(), extend),
+            detail::relative(p.z(), extend)};
 }
 
 morton3d<std::uint64_t> OctreeFactory::morton_key(const Vector3f& p) const {
@@ -68,7 +44,7 @@ morton3d<std::uint64_t> OctreeFactory::morton_key(const Vector3f& p) const {
 }
 
 morton3d<std::uint64_t> OctreeFactory::morton_key(const Vector3f& p, float extend) {
-    return cellKey(normalize(p, extend));
+    return detail::cellKey(p, extend);
 }
 
 morton3d<std::uint64_t> OctreeFactory::morton_keyd(const Vector3d& p) const {
@@ -76,7 +52,7 @@ morton3d<std::uint64_t> OctreeFactory::morton_keyd(const Vector3d& p) const {
 }
 
 morton3d<std::uint64_t> OctreeFactory::morton_keyd(const Vector3d& p, double extend) {
-    return cellKey(normalize(p, extend));
+    return detail::cellKey(p, extend);
 }
 
 void OctreeFactory::copyStateTo(Octree& out, Octree::OctreeType type) const {

@@ -35,6 +35,43 @@ inline void appendPadded(PointCloud& target, const PointCloud& source, const Vec
     padAttributes(target);
 }
 
+/// Has append() append `source` to `target`, between what keeps their attributes even; see `appendEven`.
+template <class Append>
+void appendEvenBy(PointCloud& target, const PointCloud& source, bool positionsOnly, const Append& append) {
+    const auto padFields = [&target] {
+        for (const auto& [name, field] : target.fields()) {
+            if (field->size() != target.size()) {
+                field->resize(target.size());
+            }
+        }
+    };
+    if (!source.colors().empty()) {
+        target.colors().resize(target.size());
+    }
+    if (!source.scalars().empty()) {
+        target.scalars().resize(target.size());
+    }
+    if (!positionsOnly) {
+        target.fields().append(source.fields(), std::vector<std::uint64_t>{});
+        padFields();
+    }
+    append();
+    if (!target.colors().empty()) {
+        target.colors().resize(target.size());
+    }
+    if (!target.scalars().empty()) {
+        target.scalars().resize(target.size());
+    }
+    padFields();
+}
+
+/// `appendPadded`, but attributes that neither side has stay absent, and with `positionsOnly` the fields of
+/// `source` are left behind.
+inline void appendEven(PointCloud& target, const PointCloud& source, const Vector3d& shift,
+                       bool positionsOnly) {
+    appendEvenBy(target, source, positionsOnly, [&] { target.push_back(source, shift, positionsOnly); });
+}
+
 /// `cloud`, or `storage` as a copy of it with all attributes padded where one of them is shorter than the
 /// positions and could not be read by index; an array of colours or scalars that is empty may stay so.
 inline const PointCloud& evenCloud(const PointCloud& cloud, PointCloud& storage) {

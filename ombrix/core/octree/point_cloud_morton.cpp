@@ -3,6 +3,7 @@
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
+#include <ombrix/core/octree/cell_key_detail.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/octree_factory.h>
@@ -30,7 +31,7 @@ void gather(std::vector<T>& target, const std::vector<T>& source, const std::vec
 PointCloudMorton::PointCloudMorton(const PointCloud& cloud, const Vector3f& origin, float extend) {
     const Vector3d corner = origin.cast<double>();
     auto pairs = detail::mortonPairs(cloud.size(), [&](std::uint64_t i) {
-        return OctreeFactory::morton_keyd(cloud.positions()[i].cast<double>() - corner, extend).key;
+        return detail::cellKey(cloud.positions()[i].cast<double>() - corner, extend).key;
     });
     detail::sortByCode(pairs);
 

@@ -9,6 +9,7 @@
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/octree_converter.h>
+#include <ombrix/core/octree/recursive_build_detail.h>
 
 namespace ombrix::core {
 namespace {
@@ -18,7 +19,8 @@ using Pair = OctreeConverter::Pair;
 using PairVector = OctreeConverter::PairVector;
 
 constexpr std::size_t LEAVES_PER_TASK = 512;
-constexpr std::uint64_t MAX_PREFETCH = 256;  // points, more would not stay in the caches
+constexpr std::uint64_t LARGE_LEAF = 1u << 18;  // points that are copied in portions while somebody watches
+constexpr std::uint64_t MAX_PREFETCH = 256;     // points, more would not stay in the caches
 
 // Nodes that a tree over a surface has for each `threshold` points: what the map is prepared for.
 constexpr std::uint64_t NODES_PER_FULL_LEAF = 5;
@@ -49,8 +51,8 @@ std::uint64_t endOfRun(const Pairs& pairs, std::uint64_t first, std::uint64_t la
 template <class Pairs>
 class LeafFiller {
 public:
-    LeafFiller(const PointCloud& cloud, const Pairs& pairs, bool positionsOnly)
-        : cloud_(cloud), pairs_(pairs), positionsOnly_(positionsOnly) {}
+    LeafFiller(const PointCloud& cloud, const Pairs& pairs, bool positionsOnly, detail::Work* work)
+        : cloud_(cloud), pairs_(pairs), positionsOnly_(positionsOnly), work_(work) {}
 
     /// Appends the points of a run to its leaf, on some thread before `wait` returns. A leaf that has a cloud
     /// is filled at once: others may hold it, too.
@@ -91,11 +93,16 @@ private:
     }
 
     void fill(const LeafRun& run, std::vector<std::uint64_t>& indices) const {
-        indices.clear();
-        for (std::uint64_t p = run.first; p <= run.last; ++p) {
-            indices.push_back(pairs_[p].first);
+        const std::uint64_t portion = work_ == nullptr ? run.last - run.first + 1 : LARGE_LEAF;
+        for (std::uint64_t p = run.first; p <= run.last;) {
+            const std::uint64_t end = std::min(run.last + 1, p + portion);
+            indices.clear();
+            for (; p != end; ++p) {
+                indices.push_back(pairs_[p].first);
+            }
+            run.leaf->pc->push_back(cloud_, indices, positionsOnly_);
+            detail::WorkSteps(work_, 1).step(indices.size());
         }
-        run.leaf->pc->push_back(cloud_, indices, positionsOnly_);
     }
 
     /// Has the memory of a leaf's points fetched while another leaf is being filled: they lie anywhere.
@@ -105,15 +112,22 @@ private:
         }
         for (std::uint64_t p = run.first; p <= run.last; ++p) {
             const std::uint64_t index = pairs_[p].first;
-            __builtin_prefetch(cloud_.positions().data() + index);
-            __builtin_prefetch(cloud_.colors().data() + index);
-            __builtin_prefetch(cloud_.scalars().data() + index);
+            fetch(cloud_.positions(), index);
+            fetch(cloud_.colors(), index);
+            fetch(cloud_.scalars(), index);
+        }
+    }
+    template <class T>
+    static void fetch(const std::vector<T>& values, std::uint64_t index) {
+        if (index < values.size()) {
+            __builtin_prefetch(&values[index]);
         }
     }
 
     const PointCloud& cloud_;
     const Pairs& pairs_;
     const bool positionsOnly_;
+    detail::Work* const work_;
     std::vector<LeafRun> batch_;
     tbb::task_group tasks_;
 };
@@ -129,9 +143,12 @@ Octree::Node& writeNode(Octree& out, std::uint64_t key, std::uint8_t children) {
 /// Cuts the run into nodes, depth first, and hands each leaf on to be filled.
 template <class Pairs>
 void cut(const Pairs& pairs, const NodeChunk& chunk, unsigned int threshold, Octree& out,
-         LeafFiller<Pairs>& leaves) {
+         LeafFiller<Pairs>& leaves, detail::Work* work) {
     std::deque<NodeChunk> stack{chunk};
     while (!stack.empty()) {
+        if (work != nullptr) {
+            work->check();
+        }
         const NodeChunk c = stack.back();
         stack.pop_back();
         if (c.last - c.first + 1 <= threshold || c.depth >= Octree::MAX_DEPTH) {
@@ -157,13 +174,13 @@ void cut(const Pairs& pairs, const NodeChunk& chunk, unsigned int threshold, Oct
 
 template <class Pairs>
 void build(const PointCloud& cloud, const Pairs& pairs, const NodeChunk& chunk, unsigned int threshold,
-           bool positionsOnly, Octree& out) {
-    LeafFiller<Pairs> leaves(cloud, pairs, positionsOnly);
+           bool positionsOnly, Octree& out, detail::Work* work) {
+    LeafFiller<Pairs> leaves(cloud, pairs, positionsOnly, work);
     const std::uint64_t count = chunk.last - chunk.first + 1;
     out.nodes().reserve(out.keyCount() +
                         std::min(count, NODES_PER_FULL_LEAF * (count / (std::uint64_t{threshold} + 1))));
     try {
-        cut(pairs, chunk, threshold, out, leaves);
+        cut(pairs, chunk, threshold, out, leaves, work);
         leaves.wait();
     } catch (...) {
         leaves.cancel();
@@ -173,16 +190,21 @@ void build(const PointCloud& cloud, const Pairs& pairs, const NodeChunk& chunk, 
 
 }  // namespace
 
-void OctreeConverter::recursiveBuild(const PointCloud& cloud, const PairVector& pairs, const NodeChunk& chunk,
-                                     unsigned int threshold, bool flag, Octree& out) {
+void detail::recursiveBuild(const PointCloud& cloud, const PairVector& pairs, const NodeChunk& chunk,
+                            unsigned int threshold, bool positionsOnly, Octree& out, Work* work) {
     if (chunk.last < chunk.first || chunk.last >= pairs.size()) {
         return;
     }
     if (const Pair* contiguous = detail::contiguousPairs(pairs)) {
-        build(cloud, contiguous, chunk, threshold, flag, out);
+        build(cloud, contiguous, chunk, threshold, positionsOnly, out, work);
     } else {
-        build(cloud, pairs, chunk, threshold, flag, out);
+        build(cloud, pairs, chunk, threshold, positionsOnly, out, work);
     }
+}
+
+void OctreeConverter::recursiveBuild(const PointCloud& cloud, const PairVector& pairs, const NodeChunk& chunk,
+                                     unsigned int threshold, bool flag, Octree& out) {
+    detail::recursiveBuild(cloud, pairs, chunk, threshold, flag, out, nullptr);
 }
 
 }  // namespace ombrix::core

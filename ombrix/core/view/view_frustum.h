@@ -48,6 +48,12 @@ public:
     /// As they were set.
     [[nodiscard]] int pixelHeight() const { return pixelHeight_; }
     [[nodiscard]] bool orthographic() const { return orthographic_; }
+    /// Width / height.
+    [[nodiscard]] float aspect() const { return aspect_; }
+    /// Clip distances along the view axis, and half of the height of the orthographic view box.
+    [[nodiscard]] float nearDepth() const { return near_; }
+    [[nodiscard]] float farDepth() const { return far_; }
+    [[nodiscard]] float orthographicSize() const { return orthographicSize_; }
     /// Columns of the pose: the camera's x, y and view axis.
     [[nodiscard]] Vector3f ax() const { return position_.linear().col(0); }
     [[nodiscard]] Vector3f ay() const { return position_.linear().col(1); }

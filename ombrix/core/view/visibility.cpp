@@ -1,8 +1,8 @@
-#include <cmath>
 #include <queue>
 #include <utility>
 
 #include <ombrix/core/octree/morton.h>
+#include <ombrix/core/view/projected_size_detail.h>
 #include <ombrix/core/view/visibility.h>
 
 namespace ombrix::core {
@@ -70,17 +70,7 @@ std::uint64_t Visibility::computeVisibleNodes(const ViewFrustum& frustum, std::u
 }
 
 float Visibility::projectedSize(const ViewFrustum& frustum, const Octree::Node& node) const {
-    const Octree::Aabb box = octree_->node_aabb(node);
-    const float r = std::sqrt(3.0f) * box.radius;
-    if (frustum.sphereInFrustum(box.center, r) == 0) {
-        return 0.0f;
-    }
-    const Vector3f d = box.center - frustum.getPosition().translation();
-    const float pixels = static_cast<float>(frustum.pixelHeight()) * 0.5f * r;
-    if (frustum.orthographic()) {
-        return pixels / std::abs(d.dot(frustum.az()));
-    }
-    return pixels / (d.norm() * frustum.slope());
+    return detail::projectedSize(frustum, octree_->node_aabb(node));
 }
 
 bool Visibility::visibleNode(const Octree::Node& node, bool onlyLoaded) const {

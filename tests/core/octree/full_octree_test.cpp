@@ -131,6 +131,33 @@ TEST(FullOctree, AddsRelativeToItsOriginAndBuildsAgain) {
     EXPECT_EQ(octree.size(), 10u) << "a second build appends to the nodes that are there";
 }
 
+TEST(FullOctree, GivesEveryPointItsOwnAttributesWhereCloudsDiffer) {
+    const PointCloud rich = ombrix::test::withAttributes(ombrix::test::uniformPoints(300, EDGE, 1));
+    PointCloud bare;
+    bare.positions() = ombrix::test::uniformPoints(300, EDGE, 2);
+    FullOctreeFactory factory(Vector3f::Zero(), EDGE, 8);
+    for (const PointCloud* cloud : {&bare, &rich, &bare}) {
+        factory.add(*cloud);
+    }
+    Octree octree;
+    factory(octree);
+    EXPECT_EQ(octree.size(), 900u);
+    std::size_t found = 0;
+    for (const auto& [key, node] : octree.nodes()) {
+        ASSERT_EQ(node.pc->scalars().size(), node.pc->size());
+        ASSERT_EQ(node.pc->colors().size(), node.pc->size());
+        for (std::size_t i = 0; i < node.pc->size(); ++i) {
+            if (node.pc->normals().at(i) != Vector3f(0, 0, 0)) {
+                const auto from = static_cast<std::size_t>(node.pc->scalars()[i]);
+                ASSERT_EQ(node.pc->positions()[i], rich.positions().at(from));
+                ASSERT_EQ(node.pc->colors()[i], rich.colors()[from]);
+                ++found;
+            }
+        }
+    }
+    EXPECT_EQ(found, 300u);
+}
+
 TEST(FullOctree, KeepsPointsThatAreNotFinite) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();

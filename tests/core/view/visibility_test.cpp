@@ -1,5 +1,4 @@
 #include <map>
-#include <random>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -7,12 +6,15 @@
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/view/visibility.h>
 
+#include "tests/core/view/scenes.h"
 #include "tests/support/expect_throw.h"
 
 namespace {
 
 using namespace ombrix::core;
-using Keys = std::vector<std::uint64_t>;
+using ombrix::test::Keys;
+using ombrix::test::randomCamera;
+using ombrix::test::randomTree;
 
 /// Makes the protected operations callable.
 struct OpenVisibility : Visibility {
@@ -20,56 +22,6 @@ struct OpenVisibility : Visibility {
     using Visibility::projectedSize;
     using Visibility::Visibility;
 };
-
-Octree randomTree(unsigned int seed, std::size_t count) {
-    std::mt19937_64 random(seed);
-    std::set<std::uint64_t> keys = {1};
-    Keys list = {1};
-    while (list.size() < count) {
-        const std::uint64_t child = child_key(list[random() % list.size()], random() % 8);
-        if (node_depth(child) <= 8 && keys.insert(child).second) {
-            list.push_back(child);
-        }
-    }
-    Keys sizes;
-    for (std::size_t i = 0; i < count; ++i) {
-        sizes.push_back(random() % 100);
-    }
-    Octree octree;
-    octree.setOriginTop(Vector3f(0, 0, 0), Vector3f(100, 100, 100));
-    octree.set_hierarchy(list, sizes);
-    for (auto& [key, node] : octree.nodes()) {
-        if (random() % 2 == 0) {
-            node.pc = std::make_shared<PointCloud>();
-            node.pc->resize(random() % 100);
-        }
-    }
-    return octree;
-}
-
-ViewFrustum randomCamera(unsigned int seed) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-    const auto vector = [&] {
-        const float x = uniform(random);
-        const float y = uniform(random);
-        return Vector3f(x, y, uniform(random));
-    };
-    ViewFrustum frustum;
-    frustum.setIntrinsics(50.0f, 1.4f);
-    frustum.setPixelSize(1000, 1400);
-    frustum.setClipPlane(0.5f, 400.0f);
-    const Vector3f centre = Vector3f(50, 50, 50) + 120.0f * vector();
-    ViewFrustum::Pose pose = ViewFrustum::Pose::Identity();
-    const Vector3f z = (Vector3f(50, 50, 50) + 20.0f * vector() - centre).normalized();
-    const Vector3f x = Vector3f(0.3f, 0.9f, 0.1f).cross(z).normalized();
-    pose.linear() << x, z.cross(x), z;
-    pose.translation() = centre;
-    frustum.setPosition(pose);
-    frustum.setOrthographic(seed % 3 == 0);
-    frustum.setOrthographicSize(40.0f);
-    return frustum;
-}
 
 std::uint64_t pointsOf(const Octree::Node& node) {
     return node.pc ? node.pc->size() : node.size;

@@ -1,12 +1,11 @@
-#include "scene.h"
+#include <examples/common/scene.h>
 
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
 
+#include <examples/common/console.h>
 #include <ombrix/io/read_points.h>
-
-#include "console.h"
 
 namespace examples {
 

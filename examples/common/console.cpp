@@ -1,4 +1,4 @@
-#include "console.h"
+#include <examples/common/console.h>
 
 #include <cstdio>
 #include <iostream>

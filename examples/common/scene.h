@@ -11,7 +11,7 @@
 
 namespace examples {
 
-/// What the tour shows: the clouds of one or more files, in one frame whose origin lies at `shift`.
+/// What a program shows: the clouds of one or more files, in one frame whose origin lies at `shift`.
 struct Scene {
     std::vector<ombrix::core::PointCloud> clouds;
     ombrix::core::Vector3d shift = ombrix::core::Vector3d::Zero();

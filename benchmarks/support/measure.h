@@ -1,0 +1,83 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "benchmarks/support/peak_memory.h"
+
+/// Measures of the performance page: a row names the work, and each library that does it is one measure,
+/// registered as "row/library/size". Answers are compared between the libraries of a row.
+namespace ombrix::benchmarks {
+
+/// What a measure computed, reduced to numbers that every library of the row should arrive at.
+using Answer = std::vector<double>;
+
+struct Row {
+    const char* name;
+    double tolerance = 0.0;  ///< by which two numbers may differ, relative to the larger; at least absolute
+    double mayDiffer = 0.0;  ///< share of the numbers that may differ by more: ties, rounding
+    std::int64_t triangles = 0;  ///< of a row over a mesh; 0: the sizes are numbers of points
+};
+
+/// How far a measure goes: a capped one is not tried beyond 10 million points; a slow one is capped, too,
+/// and from 5 million points on taken once.
+enum class Pace { QUICK, CAPPED, SLOW };
+
+using RunMeasure = std::function<void(benchmark::State&)>;
+void registerMeasure(const Row& row, const std::string& library, Pace pace, RunMeasure run);
+
+/// Compares with the answer that another library gave first; the state fails when they differ.
+void compareAnswers(benchmark::State& state, const Row& row, const std::string& library,
+                    const Answer& answer);
+
+/// Times `work` in a state's loop; the result of the last run. Freeing results is not timed.
+template <class Work>
+auto timed(benchmark::State& state, Work& work) {
+    using Clock = std::chrono::steady_clock;
+    std::optional<decltype(work())> result;
+    const PeakMemory memory;
+    for (auto _ : state) {
+        result.reset();
+        const auto start = Clock::now();
+        result.emplace(work());
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    }
+    state.counters["peak_bytes"] = memory.bytes();
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    return std::move(*result);
+}
+
+/// Adds a measure. `prepare(n)` does what is not timed and gives the work, a function whose result
+/// `answer(n, result)` reduces.
+template <class Prepare, class Reduce>
+void measure(const Row& row, const std::string& library, const Prepare& prepare, const Reduce& answer,
+             Pace pace = Pace::QUICK) {
+    registerMeasure(row, library, pace, [=, &row](benchmark::State& state) {
+        auto work = prepare(state.range(0));
+        const auto result = timed(state, work);
+        compareAnswers(state, row, library, answer(state.range(0), result));
+    });
+}
+
+/// Adds a measure without an answer: a limit of the machine, or what stands beside such a limit only.
+template <class Prepare>
+void measureLimit(const Row& row, const std::string& name, const Prepare& prepare) {
+    registerMeasure(row, name, Pace::QUICK, [=](benchmark::State& state) {
+        auto work = prepare(state.range(0));
+        benchmark::DoNotOptimize(timed(state, work));
+    });
+}
+
+/// The main program of an executable of measures: registers them and runs what the arguments choose.
+/// @return  the exit status: 1 when something failed or answers differ.
+int runMeasures(int argc, char** argv, std::initializer_list<void (*)()> registrations);
+
+}  // namespace ombrix::benchmarks

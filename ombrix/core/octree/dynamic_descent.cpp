@@ -1,0 +1,153 @@
+#include <array>
+#include <utility>
+
+#include <ombrix/core/octree/dynamic_descent_detail.h>
+#include <ombrix/core/octree/morton.h>
+#include <ombrix/core/octree/node_frame_detail.h>
+
+namespace ombrix::core::detail {
+namespace {
+
+constexpr std::size_t FEW = 1u << 13;            // arrivals that are not worth a task of their own
+constexpr std::size_t MAX_PREFETCHED = 1u << 6;  // arrivals, more would not stay in the caches
+
+/// Has the memory of the arriving points fetched: they lie anywhere in their cloud.
+void prefetch(const Arrivals& arrivals) {
+    for (const Arrivals::Pair* pair = arrivals.first; pair != arrivals.last; ++pair) {
+        __builtin_prefetch(arrivals.cloud->positions().data() + pair->first);
+        __builtin_prefetch(arrivals.cloud->colors().data() + pair->first);
+        __builtin_prefetch(arrivals.cloud->scalars().data() + pair->first);
+    }
+}
+
+/// Has the places fetched where points are going to be appended.
+void prefetchEnds(const PointCloud& cloud) {
+    __builtin_prefetch(cloud.positions().data() + cloud.size(), 1);
+    __builtin_prefetch(cloud.colors().data() + cloud.size(), 1);
+    __builtin_prefetch(cloud.scalars().data() + cloud.size(), 1);
+}
+
+}  // namespace
+
+Octree::Node* Descent::find(const Octree::Node& parent, unsigned int octant) const {
+    const auto found = octree_.nodes().find(child_key(parent.key, octant));
+    return found != octree_.nodes().end() ? &found->second : nullptr;
+}
+
+void Descent::descend(Octree::Node& node, const Arrivals& arrivals, std::vector<Stop>* stops) {
+    const unsigned int depth = node_depth(node.key);
+    const bool leaf = node.children == 0 || depth > DEEPEST_LEAF;
+    if (stops != nullptr && (leaf || arrivals.size() <= FEW)) {
+        stops->push_back({&node, arrivals});
+        return;
+    }
+    if (leaf) {
+        return fill(node, arrivals);
+    }
+
+    // Memory is what this waits for, so ask for all children at once before going on to any of them
+    std::array<Octree::Node*, 8> children{};
+    const auto ends = octantEnds(arrivals, depth);
+    if (arrivals.size() <= MAX_PREFETCHED) {
+        prefetch(arrivals);
+    }
+    const auto forEachOctant = [&](const auto& work) {
+        const Arrivals::Pair* first = arrivals.first;
+        for (unsigned int octant = 0; octant < 8; ++octant) {
+            if (ends[octant] != first) {
+                work(octant, arrivals.part(first, ends[octant]));
+            }
+            first = ends[octant];
+        }
+    };
+    forEachOctant([&](unsigned int octant, const Arrivals&) { children[octant] = find(node, octant); });
+    for (const Octree::Node* child : children) {
+        if (child != nullptr) {
+            __builtin_prefetch(child->pc.get());
+        }
+    }
+    for (const Octree::Node* child : children) {
+        if (child != nullptr && child->children == 0 && child->pc) {
+            prefetchEnds(*child->pc);
+        }
+    }
+    forEachOctant([&](unsigned int octant, const Arrivals& part) {
+        if (children[octant] == nullptr) {
+            create(node, octant, part);
+            return;
+        }
+        if ((node.children >> octant & 1) == 0) {
+            adoptions_.push_back({&node, octant});
+        }
+        descend(*children[octant], part, stops);
+    });
+}
+
+void Descent::fill(Octree::Node& leaf, const Arrivals& arrivals) {
+    PointCloud* cloud = leaf.pc.get();
+    if (cloud == nullptr || (leaf.flags & NODE_RELATIVE) == 0 || cloud == arrivals.cloud) {
+        deferred_.push_back({&leaf, arrivals});
+    } else if (cloud->size() + arrivals.size() > maxPoints_ && node_depth(leaf.key) < DEEPEST_LEAF) {
+        const std::size_t first = nodes_.size();
+        splitLeaf(octree_, {leaf.key, cloud, arrivals}, maxPoints_, DEEPEST_LEAF, scratch_, nodes_);
+        leaf.pc = nodes_[first].cloud;  // frees the points here, not one leaf after another
+    } else {
+        append(*cloud, arrivals, octree_.node_origin(leaf).cast<double>());
+        leaf.size = cloud->size();
+        filled_.push_back(leaf.key);
+    }
+}
+
+void Descent::create(Octree::Node& parent, unsigned int octant, const Arrivals& arrivals) {
+    adoptions_.push_back({&parent, octant});
+    const std::uint64_t key = child_key(parent.key, octant);
+    if (arrivals.size() > maxPoints_ && node_depth(key) < DEEPEST_LEAF) {
+        splitLeaf(octree_, {key, nullptr, arrivals}, maxPoints_, DEEPEST_LEAF, scratch_, nodes_);
+        return;
+    }
+    auto cloud = std::make_shared<PointCloud>();
+    append(*cloud, arrivals, nodeCorner(octree_, key).cast<double>());
+    nodes_.push_back({key, 0, std::move(cloud)});
+}
+
+std::vector<std::uint64_t> Descent::split(const Octree::Node& leaf, const PointCloud& cloud,
+                                          unsigned int levels) {
+    splitLeaf(octree_, {leaf.key, &cloud, {}}, maxPoints_, levels, scratch_, nodes_);
+    std::vector<std::uint64_t> keys;
+    for (std::size_t i = 1; i < nodes_.size(); ++i) {
+        keys.push_back(nodes_[i].key);
+    }
+    enter();
+    return keys;
+}
+
+std::vector<Descent::Stop> Descent::enter() {
+    for (SplitNode& made : nodes_) {
+        Octree::Node& node = octree_.add_node(made.key);
+        node.children = made.children;
+        node.flags |= NODE_RELATIVE;
+        node.size = made.cloud->size();
+        node.pc = std::move(made.cloud);
+        node.compressed.reset();
+    }
+    for (const Adoption& adoption : adoptions_) {
+        adoption.parent->children |= static_cast<std::uint8_t>(1u << adoption.octant);
+    }
+    for (std::size_t i = 0; i < adoptions_.size(); ++i) {
+        if (i == 0 || adoptions_[i].parent != adoptions_[i - 1].parent) {
+            octree_.update_node(adoptions_[i].parent->key);
+        }
+    }
+    for (const SplitNode& made : nodes_) {
+        octree_.update_node(made.key);
+    }
+    for (const std::uint64_t key : filled_) {
+        octree_.update_node(key);
+    }
+    nodes_.clear();
+    adoptions_.clear();
+    filled_.clear();
+    return std::exchange(deferred_, {});
+}
+
+}  // namespace ombrix::core::detail

@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Measures the library beside its peers and writes docs/performance.md with its pictures:
+#   scripts/bench.sh            generated terrain of 100 thousand to 10 million points; about 25 minutes
+#   scripts/bench.sh --quick    one million points only; about 5 minutes
+#   scripts/bench.sh --growth   up to 50 million points; about an hour, 16 GiB of memory
+#   scripts/bench.sh FILE       the points of a file (PLY, LAS, text or OBJ) in place of the terrain
+#   --sizes N,N...              other numbers of terrain points
+#   --rounds N                  how often each measure is taken, in turn with the others (3)
+# Installs what is missing. The page shows the last results of the terrain and of every file measured so far;
+# they are kept in build/peers/results. The README's table follows runs over terrain other than --quick.
+set -euo pipefail
+arguments="$*"
+rounds=3
+sizes=(100000 1000000 10000000)
+cloud=
+readme=yes
+while [ $# -gt 0 ]; do
+    case $1 in
+    --quick) sizes=(1000000) readme= ;;
+    --growth) sizes=(100000 300000 1000000 3000000 10000000 30000000 50000000) ;;
+    --sizes) IFS=, read -ra sizes <<<"$2" && shift ;;
+    --rounds) rounds=$2 && shift ;;
+    -*) sed -n '2,/^set/s/^# \{0,1\}//p' "$0" >&2 && exit 2 ;;
+    *) cloud=$(realpath "$1") ;;
+    esac
+    shift
+done
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh libcgal-dev libpcl-dev libopen3d-dev libflann-dev libtinyobjloader-dev python3-matplotlib
+echo "Building the peers preset in build/peers"
+cmake --preset peers >/dev/null
+cmake --build --preset peers
+
+name=terrain
+if [ -n "$cloud" ]; then
+    name=$(basename "${cloud%.*}")
+    export OMBRIX_BENCH_CLOUD=$cloud
+    sizes=(all)
+    readme=
+fi
+results=build/peers/results/$name
+rm -rf "$results"
+mkdir -p "$results"
+{
+    echo "command=scripts/bench.sh $arguments"
+    echo "commit=$(git describe --always --dirty 2>/dev/null || echo unknown)"
+    echo "date=$(date -u +%Y-%m-%d)"
+    echo "rounds=$rounds"
+} >"$results/run.txt"
+
+status=0
+# measure PROGRAM RESULT FILTER: every measure of a program that the filter chooses, in random turns
+measure() {
+    local program=build/peers/benchmarks/$1
+    [ -x "$program" ] || return 0
+    echo "$(date +%T) $2"
+    # Some peers print as they work; what counts is in the result.
+    "$program" --benchmark_filter="$3" --benchmark_repetitions="$rounds" --benchmark_min_time=0.1 \
+        --benchmark_enable_random_interleaving=true --benchmark_out="$results/$2.json" \
+        --benchmark_out_format=json >"$results/$2.log" 2>&1 || {
+        echo "$1 failed or found answers that differ: see $results/$2.log" >&2
+        status=1
+    }
+}
+
+overMeshes='^(obj_|mesh_|small_mesh_)'
+programs=(machine nanoflann cgal flann pcl open3d)
+for size in "${sizes[@]}"; do
+    [ "$size" = all ] || export OMBRIX_BENCH_SIZES=$size
+    for program in "${programs[@]}"; do
+        measure "${program}_peer" "$program-$size" "-$overMeshes"
+    done
+    measure rows_bench "ombrix-$size" "-$overMeshes"
+done
+if [ -z "$cloud" ]; then
+    for program in machine tinyobj open3d; do
+        measure "${program}_peer" "$program-meshes" "$overMeshes"
+    done
+    measure rows_bench ombrix-meshes "$overMeshes"
+    measure view_bench view 'Visibility|FrameSelection'
+fi
+
+# The system's own interpreter: the plots come from its package.
+/usr/bin/python3 benchmarks/report ${readme:+--readme}
+echo "docs/performance.md and its pictures are written"
+exit $status
