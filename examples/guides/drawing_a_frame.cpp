@@ -74,6 +74,23 @@ int main() {
                 visibility.getVisibleNodeKeys().size());
     expect(points > 60'000 && visibility.getVisibleNodeKeys().size() > 1, "more than the root is drawn");
 
+    // The same from frame to frame, for a camera that moves
+    FrameSelection selection(tree);
+    selection.setHysteresis(0.1f);
+    for (float x = 500.0f; x < 700.0f; x += 40.0f) {
+        camera.setPosition(ViewFrustum::Pose(Eigen::Translation3f(x, 300.0f, -600.0f)));
+        selection.update(camera, 400'000, 20.0f);
+        std::printf("%zu nodes to upload, %zu to drop\n", selection.entered().size(),
+                    selection.left().size());
+    }
+    expect(selection.keys().size() > 1, "it selects as Visibility does");
+
+    // The point under the cursor, a quarter of the way from the viewport's centre to its right border
+    const PickResult hit = OctreeQuery(tree).pick(cursorBeam(camera, 0.25, 0.0, 3.0));
+    expect(hit.point.has_value() && hit.missing.empty(), "a point is there, and all nodes are loaded");
+    const Vector3f picked = tree.origin() + hit.point->position;
+    std::printf("picked (%g, %g, %g)\n", double(picked.x()), double(picked.y()), double(picked.z()));
+
     // The hierarchy buffer: one entry per selected node, breadth first
     visibility.buildHierarchy(true);
     std::vector<GpuNode> buffer;

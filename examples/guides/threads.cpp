@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <cstring>
+#include <stop_token>
 #include <thread>
 
 #include <tbb/global_control.h>
@@ -68,6 +69,17 @@ int main() {
     std::thread worker([&] { background = build(cloud); });
     worker.join();
     expect(sameBits(first, background), "and on whatever thread");
+
+    // Work that can be watched, stopped, and kept to an arena
+    FullOctreeFactory factory(Vector3f::Zero(), 1.0f, 200);
+    std::stop_source source;
+    WorkContext context{source.get_token(), {}, &arena};
+    context.progress = [](double fraction) { std::printf("\r%3.0f%%", 100.0 * fraction); };
+    expect(factory.add(cloud, context), "true: it was not stopped");
+    source.request_stop();
+    Octree stopped;
+    expect(!factory(stopped, context) && stopped.keyCount() == 0,
+           "false: stopped, and nothing is half built");
 
     // Many readers of one tree that nobody changes
     const auto& points = cloud.positions();
