@@ -16,14 +16,13 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "ombrixcore developers <developers@ombrixcore.invalid>")
-set(CPACK_DEBIAN_PACKAGE_MULTIARCH same)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "large 3D point clouds: shared libraries
- Octrees addressed by Morton keys, view-dependent selection within a point
- budget, neighbourhood analysis, colours, meshes, and readers of point files.")
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "The shared libraries: octrees addressed by Morton keys, selection within a
+point budget, neighbourhood analysis, colours, meshes, and point files.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
@@ -36,8 +35,7 @@ if(NOT BUILD_SHARED_LIBS)
     string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS ", libspdlog-dev")
 endif()
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "libspdlog-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "large 3D point clouds: development files
- Headers, CMake package and pkg-config file of ombrixcore.")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "The headers, the CMake package and the pkg-config file.")
 
 foreach(component IN ITEMS runtime development)
     install(FILES "${PROJECT_SOURCE_DIR}/LICENSE"

@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 preset=${1:-dev}
-scripts/setup.sh
+scripts/setup.sh dpkg-dev fakeroot
 echo "Building the $preset preset in build/$preset"
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"

@@ -39,6 +39,8 @@ for library in core mesh io; do
         fail "no shlibs line for libombrix_$library"
 done
 
+dpkg-deb -I "$runtime" triggers | grep -qx "activate-noawait ldconfig" || fail "ldconfig would not be told"
+
 # Install
 mkdir -p "$work/root" "$work/admin"/{info,updates,triggers}
 cp /var/lib/dpkg/status "$work/admin/status"

@@ -88,6 +88,15 @@ void layOutTheRest(Sheet& sheet) {
     TYPE(ViewFrustum), TYPE(Visibility);
     TYPE(Visibility::HNode), MEMBER(Visibility::HNode, key), MEMBER(Visibility::HNode, childMask),
         MEMBER(Visibility::HNode, childOffset);
+    TYPE(FrameSelection), TYPE(OctreeQuery), TYPE(WorkContext), MEMBER(WorkContext, progress),
+        MEMBER(WorkContext, arena);
+    TYPE(PickBeam), MEMBER(PickBeam, direction), MEMBER(PickBeam, radius), MEMBER(PickBeam, slope),
+        MEMBER(PickBeam, minDepth), MEMBER(PickBeam, maxDepth), MEMBER(PickBeam, clip);
+    TYPE(PickedPoint), MEMBER(PickedPoint, index), MEMBER(PickedPoint, position), MEMBER(PickedPoint, depth),
+        MEMBER(PickedPoint, offset);
+    TYPE(PickResult), MEMBER(PickResult, point), MEMBER(PickResult, missing);
+    TYPE(NodePoints), MEMBER(NodePoints, indices);
+    TYPE(RegionResult), MEMBER(RegionResult, count), MEMBER(RegionResult, missing);
     TYPE(KDTree), TYPE(PCA), TYPE(EigenPCA), TYPE(Curvature), TYPE(Density), TYPE(QuasiMLS);
     TYPE(MemoryMapped), TYPE(ProgressBar), TYPE(PointProgressBar);
     TYPE(Progress), MEMBER(Progress, text), MEMBER(Progress, current), MEMBER(Progress, total),

@@ -23,6 +23,7 @@ namespace ombrix::core {
 /// the root of a growing tree has grown.
 class OMBRIX_CORE_API FrameSelection {
 public:
+    /// Only takes the tree's address.
     explicit FrameSelection(const Octree& octree);
 
     /// How firmly nodes of the last frame stay, so that nodes at the border do not flicker: 0 at first,

@@ -22,7 +22,8 @@ struct PickBeam {
     Vector3d direction = Vector3d::UnitZ();  ///< of any length
     double radius = 0.0;                     ///< units of position, at depth 0
     double slope = 0.0;                      ///< tangent of the cone's half angle
-    double minDepth = 0.0;
+    double minDepth = 0.0;                   ///< points before it are not picked
+    /// Nor are those behind this one.
     double maxDepth = std::numeric_limits<double>::infinity();
     /// Only points inside are picked, or on its faces; relative to the tree's origin.
     Aabb clip{Vector3d::Constant(-std::numeric_limits<double>::infinity()),
@@ -47,7 +48,7 @@ struct PickedPoint {
 
 /// Answer to a pick.
 struct PickResult {
-    std::optional<PickedPoint> point;
+    std::optional<PickedPoint> point;  ///< none where nothing is held inside the beam
     /// Nodes whose clouds are not held and may hold a point that goes before `point`, ascending. The answer
     /// is certain when there are none.
     std::vector<std::uint64_t> missing;
@@ -55,7 +56,7 @@ struct PickResult {
 
 /// Points of one node.
 struct NodePoints {
-    std::uint64_t key;
+    std::uint64_t key;                   ///< of the node
     std::vector<std::uint64_t> indices;  ///< in the node's cloud, ascending
 };
 
@@ -84,6 +85,7 @@ struct RegionResult {
 /// at once. The same tree gives the same answer, whatever the order of its nodes in memory.
 class OMBRIX_CORE_API OctreeQuery {
 public:
+    /// Only takes the tree's address.
     explicit OctreeQuery(const Octree& octree) : octree_(&octree) {}
 
     /// The point of the beam that comes first in the given order; of equal ones, that with the smallest
