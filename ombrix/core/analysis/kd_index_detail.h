@@ -1,15 +1,12 @@
 #pragma once
 
-#include <bit>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
-#include <utility>
 #include <vector>
 
 #include <nanoflann.hpp>
 
+#include <ombrix/core/analysis/kd_results_detail.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core::detail {
@@ -26,159 +23,30 @@ using KdSearchParams = nanoflann::SearchParams;  // checks (ignored), eps, sorte
 }
 #endif
 
-/// The bound a search prunes with, a little above the exact one: the distances to cells that the search
-/// adds up on its way down are rounded some 60 times at most, 2^-24 each, and must not cut off a point that
-/// belongs to the result. Also lets points at exactly the bound through, for the order of ties.
-[[nodiscard]] inline float pruningBound(float sqDist) noexcept {
-    constexpr float SLACK = 1.0f + 0x1p-17f;
-    return sqDist * SLACK + std::numeric_limits<float>::min();
-}
-
-/// Result set of the k nearest, ascending by (squared distance, rank of the index). Both arrays hold k
-/// elements and belong to the caller.
-template <class Rank>
-class KnnResult {
-public:
-    KnnResult(std::size_t k, std::size_t* indices, float* sqDists, const Rank& rank)
-        : capacity_(k), indices_(indices), sqDists_(sqDists), rank_(rank) {
-        if (k > 0) {
-            sqDists_[k - 1] = worst_;
-        }
-    }
-
-    [[nodiscard]] std::size_t size() const { return count_; }
-    [[nodiscard]] bool empty() const { return count_ == 0; }
-    [[nodiscard]] bool full() const { return count_ == capacity_; }
-    [[nodiscard]] float worstDist() const { return bound_; }
-    void sort() {}
-
-    bool addPoint(float sqDist, std::size_t index) {
-        if (count_ == capacity_) {
-            if (!before(sqDist, index, worst_, indices_[capacity_ - 1])) {
-                return true;
-            }
-        } else if (sqDist < worst_) {
-            ++count_;
-        } else {
-            return true;
-        }
-        std::size_t i = count_ - 1;
-        for (; i > 0 && before(sqDist, index, sqDists_[i - 1], indices_[i - 1]); --i) {
-            sqDists_[i] = sqDists_[i - 1];
-            indices_[i] = indices_[i - 1];
-        }
-        sqDists_[i] = sqDist;
-        indices_[i] = index;
-        if (count_ == capacity_) {
-            worst_ = sqDists_[capacity_ - 1];
-            bound_ = pruningBound(worst_);
-        }
-        return true;
-    }
-
-private:
-    [[nodiscard]] bool before(float sqDist, std::size_t index, float otherSqDist, std::size_t other) const {
-        return sqDist < otherSqDist || (sqDist == otherSqDist && rank_(index) < rank_(other));
-    }
-
-    std::size_t capacity_;
-    std::size_t count_ = 0;
-    std::size_t* indices_;
-    float* sqDists_;
-    float worst_ = std::numeric_limits<float>::max();
-    float bound_ = std::numeric_limits<float>::max();
-    Rank rank_;
-};
-
-/// Calls found(index, squared distance) for every point strictly inside a squared radius.
-template <class Found>
-class RadiusResult {
-public:
-    RadiusResult(float sqRadius, const Found& found)
-        : sqRadius_(sqRadius), bound_(pruningBound(sqRadius)), found_(found) {}
-
-    [[nodiscard]] std::size_t size() const { return count_; }
-    [[nodiscard]] bool empty() const { return count_ == 0; }
-    [[nodiscard]] bool full() const { return true; }
-    [[nodiscard]] float worstDist() const { return bound_; }
-    void sort() {}
-
-    bool addPoint(float sqDist, std::size_t index) {
-        if (sqDist < sqRadius_) {
-            ++count_;
-            found_(index, sqDist);
-        }
-        return true;
-    }
-
-private:
-    float sqRadius_;
-    float bound_;
-    std::size_t count_ = 0;
-    Found found_;
-};
-
-/// The nearest point other than one: its squared distance.
-class NearestOtherResult {
-public:
-    explicit NearestOtherResult(std::size_t self) : self_(self) {}
-
-    [[nodiscard]] std::size_t size() const { return found_ ? 1 : 0; }
-    [[nodiscard]] bool empty() const { return !found_; }
-    [[nodiscard]] bool full() const { return found_; }
-    [[nodiscard]] float worstDist() const { return bound_; }
-    [[nodiscard]] float sqDist() const { return sqDist_; }
-    void sort() {}
-
-    bool addPoint(float sqDist, std::size_t index) {
-        if (index != self_ && sqDist < sqDist_) {
-            sqDist_ = sqDist;
-            bound_ = pruningBound(sqDist);
-            found_ = true;
-        }
-        return true;
-    }
-
-private:
-    std::size_t self_;
-    float sqDist_ = std::numeric_limits<float>::max();
-    float bound_ = std::numeric_limits<float>::max();
-    bool found_ = false;
-};
-
 /// nanoflann's index over a vector that the caller keeps. Its address must not change: nanoflann refers to
 /// the dataset in it.
+///
+/// Points that are not finite are left out, so that they cannot spoil the splits. Where many points coincide,
+/// one stands for all of them: a search that had to compare the indices of each would take as long as the
+/// cloud is large. Coordinates below 2^-70, whose squares and differences' squares vanish, count as 0 then.
 class KdIndex {
 public:
-    explicit KdIndex(const std::vector<Vector3f>& points) : dataset_{points}, tree_(3, dataset_, noBuild()) {
+    explicit KdIndex(const std::vector<Vector3f>& points) : dataset_(points), tree_(3, dataset_, noBuild()) {
         build();
     }
     KdIndex(const KdIndex&) = delete;
     KdIndex& operator=(const KdIndex&) = delete;
 
-    void build() {
-        // One NaN would spoil the splits for all points, so the index is laid out with 0 in its place. The
-        // real coordinates come back for the queries, where the distance to such a point is never small.
-        const std::vector<Vector3f>& points = dataset_.points;
-        std::vector<Vector3f> finite;
-        for (std::size_t i = 0; i < points.size(); ++i) {
-            if (!points[i].allFinite()) {
-                if (finite.empty()) {
-                    finite = points;
-                }
-                for (float& c : finite[i]) {
-                    c = std::isfinite(c) ? c : 0.0f;
-                }
-            }
-        }
-        dataset_.read = finite.empty() ? &points : &finite;
-        tree_.buildIndex();
-        dataset_.read = &points;
-    }
+    void build();
 
     template <class Result>
     void search(const Vector3f& q, Result& result) const {
-        tree_.findNeighbors(result, q.data(), kdSearchParams());
+        if (dataset_.read == &kept_) {
+            Expanded<Result> expanded{result, *this};
+            tree_.findNeighbors(expanded, q.data(), kdSearchParams());
+        } else {
+            tree_.findNeighbors(result, q.data(), kdSearchParams());
+        }
     }
 
     template <class Rank>
@@ -194,10 +62,12 @@ public:
 
 private:
     struct Dataset {
-        const std::vector<Vector3f>& points;
-        const std::vector<Vector3f>* read = nullptr;  ///< not its data: the caller's vector may grow
+        explicit Dataset(const std::vector<Vector3f>& all) : points(all), read(&all) {}
 
-        [[nodiscard]] std::size_t kdtree_get_point_count() const { return points.size(); }
+        const std::vector<Vector3f>& points;
+        const std::vector<Vector3f>* read;  ///< not its data: the caller's vector may grow
+
+        [[nodiscard]] std::size_t kdtree_get_point_count() const { return read->size(); }
         [[nodiscard]] float kdtree_get_pt(std::size_t i, std::size_t dim) const {
             return (*read)[i].data()[dim];
         }
@@ -209,13 +79,41 @@ private:
     using Metric = nanoflann::L2_Simple_Adaptor<float, Dataset, float, std::size_t>;
     using Tree = nanoflann::KDTreeSingleIndexAdaptor<Metric, Dataset, 3, std::size_t>;
 
+    /// Hands the points that an entry stands for on to a result.
+    template <class Result>
+    struct Expanded {
+        Result& result;
+        const KdIndex& index;
+
+        [[nodiscard]] std::size_t size() const { return result.size(); }
+        [[nodiscard]] bool empty() const { return result.empty(); }
+        [[nodiscard]] bool full() const { return result.full(); }
+        [[nodiscard]] float worstDist() const { return result.worstDist(); }
+        void sort() {}
+        bool addPoint(float sqDist, std::size_t entry) {
+            const std::uint64_t* members = index.members_.data();
+            if (index.starts_.empty()) {
+                return result.addPoint(sqDist, members[entry]);
+            }
+            result.addGroup(sqDist, members + index.starts_[entry], members + index.starts_[entry + 1]);
+            return true;
+        }
+    };
+
     static constexpr std::size_t LEAF_SIZE = 10;
     [[nodiscard]] static nanoflann::KDTreeSingleIndexAdaptorParams noBuild() {
         return {LEAF_SIZE, nanoflann::KDTreeSingleIndexAdaptorFlags::SkipInitialBuildIndex};
     }
 
+    void keepFinite();
+    void groupCoincident();
+    [[nodiscard]] bool manyCoincide() const;
+
     Dataset dataset_;
     Tree tree_;
+    std::vector<Vector3f> kept_;          // one for each entry, where not all points are entries
+    std::vector<std::uint64_t> members_;  // indices of the points that the entries stand for
+    std::vector<std::uint64_t> starts_;   // of each entry's members, and the end; empty: one each
 };
 
 }  // namespace ombrix::core::detail
