@@ -24,7 +24,7 @@ Aabb finiteBox(const PointCloud& cloud, const Vector3d& shift) {
     const auto& positions = cloud.positions();
     Aabb box = tbb::parallel_reduce(
         tbb::blocked_range<std::size_t>(0, positions.size()), none,
-        [&](const auto& range, Aabb sum) {
+        [&](const auto& range, const Aabb& sum) {
             Vector3f low = sum.min.cast<float>();
             Vector3f high = sum.max.cast<float>();
             for (std::size_t i = range.begin(); i != range.end(); ++i) {

@@ -132,7 +132,7 @@ TEST(FullOctree, AddsRelativeToItsOriginAndBuildsAgain) {
 }
 
 TEST(FullOctree, GivesEveryPointItsOwnAttributesWhereCloudsDiffer) {
-    const PointCloud rich = ombrix::test::withAttributes(ombrix::test::uniformPoints(300, EDGE, 1));
+    PointCloud rich = ombrix::test::withAttributes(ombrix::test::uniformPoints(300, EDGE, 1));
     PointCloud bare;
     bare.positions() = ombrix::test::uniformPoints(300, EDGE, 2);
     FullOctreeFactory factory(Vector3f::Zero(), EDGE, 8);
