@@ -2,12 +2,12 @@
 # Measures the library beside its peers and writes docs/performance.md with its pictures:
 #   scripts/bench.sh            generated terrain of 100 thousand to 10 million points; about 25 minutes
 #   scripts/bench.sh --quick    one million points only; about 5 minutes
-#   scripts/bench.sh --growth   up to 50 million points; about an hour, 16 GiB of memory
+#   scripts/bench.sh --growth   up to 50 million points; takes much longer and several GiB of memory
 #   scripts/bench.sh FILE       the points of a file (PLY, LAS, text or OBJ) in place of the terrain
 #   --sizes N,N...              other numbers of terrain points
 #   --rounds N                  how often each measure is taken, in turn with the others (3)
 # Installs what is missing. The page shows the last results of the terrain and of every file measured so far;
-# they are kept in build/peers/results. The README's table follows runs over terrain other than --quick.
+# they are kept in build/peers/results. The README's table follows runs over terrain of the usual sizes.
 set -euo pipefail
 arguments="$*"
 rounds=3
@@ -18,7 +18,7 @@ while [ $# -gt 0 ]; do
     case $1 in
     --quick) sizes=(1000000) readme= ;;
     --growth) sizes=(100000 300000 1000000 3000000 10000000 30000000 50000000) ;;
-    --sizes) IFS=, read -ra sizes <<<"$2" && shift ;;
+    --sizes) IFS=, read -ra sizes <<<"$2" && readme= && shift ;;
     --rounds) rounds=$2 && shift ;;
     -*) sed -n '2,/^set/s/^# \{0,1\}//p' "$0" >&2 && exit 2 ;;
     *) cloud=$(realpath "$1") ;;
