@@ -1,12 +1,9 @@
-// Whole-cloud neighbourhood analysis on terrain in random order, trees included unless the name says not.
+// Whole-cloud neighbourhood analysis that no peer is measured with, trees included. The rest is in ours/.
 
 #include <benchmark/benchmark.h>
 
-#include <ombrix/core/analysis/curvature_density.h>
-#include <ombrix/core/analysis/kd_tree.h>
 #include <ombrix/core/analysis/normal_estimator.h>
 #include <ombrix/core/analysis/normal_orientation.h>
-#include <ombrix/core/analysis/resolution.h>
 #include <ombrix/core/analysis/statistical_outliers.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 
@@ -16,23 +13,6 @@ namespace ombrix::benchmarks {
 namespace {
 
 using namespace ombrix::core;
-
-void KDTreeBuild(benchmark::State& state) {
-    const core::PointCloud& cloud = benchCloud(state.range(0));
-    for (auto _ : state) {
-        const KDTree tree(cloud);
-        benchmark::DoNotOptimize(&tree);
-    }
-    pointRate(state);
-}
-
-void NormalsOfCloud16(benchmark::State& state) {
-    core::PointCloud cloud = benchCloud(state.range(0));
-    for (auto _ : state) {
-        NormalEstimator::compute(cloud, 16);
-    }
-    pointRate(state);
-}
 
 void NormalsOfOctree16(benchmark::State& state) {
     const core::PointCloud& cloud = benchCloud(state.range(0));
@@ -55,25 +35,6 @@ void OrientAlongSpanningTree10(benchmark::State& state) {
     pointRate(state);
 }
 
-void SurfaceDensityOmpAboutTenNeighbours(benchmark::State& state) {
-    const core::PointCloud& cloud = benchCloud(state.range(0));
-    for (auto _ : state) {
-        const KDTree tree(cloud);
-        Density density;
-        density.surfaceDensity_omp(cloud.positions(), tree, densityRadius(state.range(0)));
-        benchmark::DoNotOptimize(density.values().data());
-    }
-    pointRate(state);
-}
-
-void MeanNearestDistance(benchmark::State& state) {
-    const core::PointCloud& cloud = benchCloud(state.range(0));
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(ResolutionEstimator::mean_dist(cloud.positions()));
-    }
-    pointRate(state);
-}
-
 void StatisticalOutliers16(benchmark::State& state) {
     const core::PointCloud& cloud = benchCloud(state.range(0));
     for (auto _ : state) {
@@ -82,12 +43,8 @@ void StatisticalOutliers16(benchmark::State& state) {
     pointRate(state);
 }
 
-BENCHMARK(KDTreeBuild)->Apply(pointSizes);
-BENCHMARK(NormalsOfCloud16)->Apply(pointSizes);
 BENCHMARK(NormalsOfOctree16)->Apply(pointSizes);
 BENCHMARK(OrientAlongSpanningTree10)->Apply(pointSizes);
-BENCHMARK(SurfaceDensityOmpAboutTenNeighbours)->Apply(pointSizes);
-BENCHMARK(MeanNearestDistance)->Apply(pointSizes);
 BENCHMARK(StatisticalOutliers16)->Apply(pointSizes);
 
 }  // namespace

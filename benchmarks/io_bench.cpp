@@ -10,11 +10,10 @@
 #include <vector>
 
 #include <benchmark/benchmark.h>
-#include <unistd.h>
-
 #include <ombrix/io.h>
 
 #include "benchmarks/support/bench_cloud.h"
+#include "benchmarks/support/bench_files.h"
 
 namespace {
 
@@ -30,26 +29,9 @@ const PointCloud& cloudOf(std::size_t points) {
     return ombrix::benchmarks::benchCloud(static_cast<std::int64_t>(points));
 }
 
-/// The files of this run, removed at its end.
-class Folder {
-public:
-    Folder()
-        : path_(std::filesystem::temp_directory_path() / ("ombrix_io_bench_" + std::to_string(::getpid()))) {
-        std::filesystem::create_directories(path_);
-    }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-    ~Folder() { std::filesystem::remove_all(path_); }
-
-    [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-
-private:
-    std::filesystem::path path_;
-};
-
-const Folder& folder() {
-    static const Folder one;
-    return one;
+/// A file of this run, which the end of the program removes.
+std::filesystem::path outputPath(const std::string& name) {
+    return ombrix::benchmarks::outputFile(name);
 }
 
 void appendNumber(std::string& text, auto value) {
@@ -87,7 +69,7 @@ std::filesystem::path fileOf(Form form, std::size_t points) {
     static const std::map<Form, std::string> endings = {
         {Form::FLOAT_PLY, "_f.ply"}, {Form::DOUBLE_PLY, "_d.ply"}, {Form::LAS, ".las"},
         {Form::ASCII_PLY, "_a.ply"}, {Form::TEXT, ".xyz"},         {Form::OBJ, ".obj"}};
-    const std::filesystem::path path = folder() / (std::to_string(points) + endings.at(form));
+    const std::filesystem::path path = outputPath(std::to_string(points) + endings.at(form));
     if (!std::filesystem::exists(path)) {
         const PointCloud& cloud = cloudOf(points);
         switch (form) {
@@ -137,7 +119,7 @@ void BaselineFread(benchmark::State& state) {
 
 template <Form form>
 void Write(benchmark::State& state) {
-    const auto path = folder() / "written";
+    const auto path = outputPath("written");
     const PointCloud& cloud = cloudOf(static_cast<std::size_t>(state.range(0)));
     for (auto _ : state) {
         std::filesystem::remove(path);
@@ -153,7 +135,7 @@ void Write(benchmark::State& state) {
 /// fwrite of as many bytes as that form takes: what the bytes alone cost.
 template <Form form>
 void BaselineFwrite(benchmark::State& state) {
-    const auto path = folder() / "written";
+    const auto path = outputPath("written");
     const std::vector<char> bytes(
         std::filesystem::file_size(fileOf(form, static_cast<std::size_t>(state.range(0)))), 'a');
     for (auto _ : state) {

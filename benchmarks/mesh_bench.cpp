@@ -7,6 +7,7 @@
 
 #include <ombrix/mesh.h>
 
+#include "benchmarks/support/bench_files.h"
 #include "benchmarks/support/bumpy_torus.h"
 
 namespace {
@@ -16,10 +17,9 @@ using namespace ombrix::mesh;
 /// The mesh as a file, written once with the digits that other programs use.
 const std::string& meshFile() {
     static const std::string path = [] {
-        const auto file = std::filesystem::temp_directory_path() / "ombrix_mesh_bench.obj";
-        (void)ombrix::benchmarks::bumpyTorus().writeOBJ(file.string(),
-                                                        {.normals = false, .significantDigits = 6});
-        return file.string();
+        const std::string file = ombrix::benchmarks::outputFile("plain.obj");
+        (void)ombrix::benchmarks::bumpyTorus().writeOBJ(file, {.normals = false, .significantDigits = 6});
+        return file;
     }();
     return path;
 }

@@ -65,13 +65,22 @@ measure() {
 }
 
 overMeshes='^(obj_|mesh_|small_mesh_)'
-programs=(machine nanoflann cgal flann pcl open3d)
+programs=(nanoflann cgal flann pcl open3d)
 for size in "${sizes[@]}"; do
-    [ "$size" = all ] || export OMBRIX_BENCH_SIZES=$size
+    filter="-$overMeshes" own="-$overMeshes"
+    if [ "$size" != all ]; then
+        export OMBRIX_BENCH_SIZES=$size
+        # Beyond 10 million points: what the peers finish in reason, and the library on all threads.
+        [ "$size" -le 10000000 ] || {
+            filter='^(full_octree|kdtree_build|grid_merge_mean|ply_read)'
+            own="-$overMeshes|/1_thread/"
+        }
+    fi
+    measure machine_peer "machine-$size" "-$overMeshes"
     for program in "${programs[@]}"; do
-        measure "${program}_peer" "$program-$size" "-$overMeshes"
+        measure "${program}_peer" "$program-$size" "$filter"
     done
-    measure rows_bench "ombrix-$size" "-$overMeshes"
+    measure rows_bench "ombrix-$size" "$own"
 done
 if [ -z "$cloud" ]; then
     for program in machine tinyobj open3d; do

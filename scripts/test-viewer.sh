@@ -14,6 +14,5 @@ cmake --build --preset "$preset" --target viewer viewer_test
 npm --prefix tests/viewer ci --no-audit --no-fund --loglevel=error
 
 "build/$preset/tests/examples/viewer_test"
-# One file after another: each wants the machine for itself.
 export VIEWER_PROGRAM="$PWD/build/$preset/examples/viewer/viewer"
-node --test --test-concurrency=1 tests/viewer/server.test.mjs tests/viewer/page.test.mjs
+node tests/viewer/run.mjs

@@ -50,7 +50,9 @@ std::string plyFile(std::int64_t n) {
 std::string objFile() {
     const std::string path = outputFile("torus.obj");
     if (!std::filesystem::exists(path)) {
-        (void)bumpyTorus().writeOBJ(path, {.normals = false, .significantDigits = 6});
+        mesh::TriMesh torus = bumpyTorus();
+        torus.evaluateVertexNormals();
+        (void)torus.writeOBJ(path, mesh::ObjWriteOptions{});
     }
     return path;
 }

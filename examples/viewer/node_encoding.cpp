@@ -1,6 +1,7 @@
 #include "node_encoding.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -16,6 +17,8 @@ using ombrix::core::Vector3f;
 namespace {
 
 static_assert(std::endian::native == std::endian::little, "what is sent is copied from memory");
+
+constexpr std::size_t NODE_HEAD_BYTES = 24;
 
 /// Fills a string with values one after another; its size is known beforehand.
 class Writer {
@@ -40,6 +43,38 @@ std::uint16_t share(float value, float low, float width) {
     // What is not a number fails the comparison.
     return at > 0.0f ? static_cast<std::uint16_t>(std::lround(std::min(at, 1.0f) * 65535.0f))
                      : std::uint16_t{0};
+}
+
+/// See `encodeNode`. Counts the cells that the points lie in, level by level: the points of a cell follow one
+/// another, for a tree's builder leaves them in Morton order.
+float spacingOf(const ombrix::core::PointCloud& cloud, const Vector3f& corner, float edge) {
+    constexpr unsigned levels = 16;
+    constexpr double alone = 0.63;  // 1 - 1 / e
+    std::array<double, levels + 1> cells{};
+    std::array<std::uint32_t, 3> before{};
+    for (std::size_t i = 0; i < cloud.size(); ++i) {
+        std::uint32_t changed = 0;
+        for (int axis = 0; axis < 3; ++axis) {
+            const std::uint32_t at = share(cloud.positions()[i][axis], corner[axis], edge);
+            auto& last = before[static_cast<std::size_t>(axis)];
+            changed |= at ^ last;
+            last = at;
+        }
+        // The first level at which it is another cell than the point's before; the first point opens level 0.
+        if (i == 0)
+            ++cells[0];
+        else if (changed != 0)
+            ++cells[levels + 1 - static_cast<unsigned>(std::bit_width(changed))];
+    }
+    const double wanted = alone * static_cast<double>(cloud.size());
+    double level = 0.0;
+    for (unsigned next = 1; next <= levels && cells[next - 1] < wanted; ++next) {
+        cells[next] += cells[next - 1];
+        level = next;
+        if (cells[next] >= wanted)
+            level -= std::log(cells[next] / wanted) / std::log(cells[next] / cells[next - 1]);
+    }
+    return edge * static_cast<float>(std::min(std::exp2(-level), 1.0 / 64.0));
 }
 
 }  // namespace
@@ -67,11 +102,12 @@ std::string encodeNode(const Octree& tree, const Octree::Node& node, const Range
     const Vector3f corner = tree.node_origin(node);
     const float edge = 2.0f * tree.node_aabb(node).radius;
 
-    Writer out(20 + std::size_t{12} * count);
+    Writer out(NODE_HEAD_BYTES + std::size_t{12} * count);
     out.put(count);
     for (int axis = 0; axis < 3; ++axis)
         out.put(corner[axis]);
     out.put(edge);
+    out.put(spacingOf(cloud, corner, edge));
     for (std::uint32_t i = 0; i < count; ++i) {
         const Vector3f& p = cloud.positions()[i];
         for (int axis = 0; axis < 3; ++axis)

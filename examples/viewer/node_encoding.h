@@ -24,11 +24,14 @@ namespace examples::viewer {
 ///     uint32     number of points n
 ///     float32    lower corner of the node's cube, x, y, z, relative to the tree
 ///     float32    edge of the cube
+///     float32    spacing: how far the points are from one another
 ///     uint16     n times x, y, z, intensity: 0 and 65535 are the faces of the cube, and the ends of the
 ///     range uint8      n times red, green, blue, 255
 ///
-/// A position is off by at most edge / 131070 on each axis. Points without a colour are white; an intensity
-/// outside of the range counts as its nearer end, one that is not a number as its lower end.
+/// The spacing is that of points strewn over a surface, the edge of cells of which 63 in 100 points would
+/// have one to themselves; at most a 64th of the cube's edge, for a parent's sample is as fine. A position is
+/// off by at most edge / 131070 on each axis. Points without a colour are white; an intensity outside of the
+/// range counts as its nearer end, one that is not a number as its lower end.
 [[nodiscard]] std::string encodeNode(const ombrix::core::Octree& tree, const ombrix::core::Octree::Node& node,
                                      const Range& intensity);
 

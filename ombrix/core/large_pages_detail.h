@@ -14,10 +14,11 @@ namespace ombrix::core::detail {
 inline void adviseLargePages([[maybe_unused]] void* data, [[maybe_unused]] std::size_t bytes) {
 #if defined(__linux__)
     constexpr std::uintptr_t LARGE_PAGE = std::uintptr_t{1} << 21;
-    const auto first = (reinterpret_cast<std::uintptr_t>(data) + LARGE_PAGE - 1) & ~(LARGE_PAGE - 1);
-    const auto end = (reinterpret_cast<std::uintptr_t>(data) + bytes) & ~(LARGE_PAGE - 1);
+    const auto start = reinterpret_cast<std::uintptr_t>(data);
+    const auto first = (start + LARGE_PAGE - 1) & ~(LARGE_PAGE - 1);
+    const auto end = (start + bytes) & ~(LARGE_PAGE - 1);
     if (first < end) {
-        madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+        madvise(static_cast<char*>(data) + (first - start), end - first, MADV_HUGEPAGE);
     }
 #endif
 }

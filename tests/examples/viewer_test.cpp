@@ -1,6 +1,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <random>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -10,7 +11,7 @@
 #include <examples/viewer/messages.h>
 #include <examples/viewer/model.h>
 #include <examples/viewer/node_encoding.h>
-#include <ombrix/core/color/color_map.h>
+#include <ombrix/core/octree/nested_octree_factory.h>
 
 #include "program.h"
 
@@ -82,21 +83,42 @@ TEST(ViewerNodes, ComeWithinHalfAStep) {
     cloud->colors() = {{1, 2, 3}};
     const Octree tree = oneNode(cloud);
     const std::string bytes = encodeNode(tree, tree.node(1), {10, 20});
-    ASSERT_EQ(bytes.size(), 20u + 4 * 12);
+    ASSERT_EQ(bytes.size(), 24u + 4 * 12);
     EXPECT_EQ(read<std::uint32_t>(bytes, 0), 4u);
     EXPECT_EQ(read<float>(bytes, 16), 8.0f);
     for (std::size_t i = 0; i < 4; ++i)
         for (std::size_t axis = 0; axis < 3; ++axis) {
             const float place =
                 read<float>(bytes, 4 + 4 * axis) +
-                8.0f * static_cast<float>(read<std::uint16_t>(bytes, 20 + 8 * i + 2 * axis)) / 65535;
+                8.0f * static_cast<float>(read<std::uint16_t>(bytes, 24 + 8 * i + 2 * axis)) / 65535;
             // What lies outside comes to the cube's face.
             const float inside = std::clamp(cloud->positions()[i][static_cast<int>(axis)], 0.0f, 8.0f);
             EXPECT_NEAR(place, inside, 8.0f / 131070 + 1e-6f);
         }
     for (const auto& [point, share] : std::map<std::size_t, int>{{0, 0}, {1, 65535}, {2, 32768}, {3, 0}})
-        EXPECT_EQ(read<std::uint16_t>(bytes, 20 + 8 * point + 6), share);
-    EXPECT_EQ(bytes.substr(20 + 32, 8), std::string("\1\2\3\xff\xff\xff\xff\xff"));
+        EXPECT_EQ(read<std::uint16_t>(bytes, 24 + 8 * point + 6), share);
+    EXPECT_EQ(bytes.substr(24 + 32, 8), std::string("\1\2\3\xff\xff\xff\xff\xff"));
+}
+
+TEST(ViewerNodes, TellHowFarThePointsAreApart) {
+    // n points strewn over a square of the root's size, in Morton order as the builder leaves them, are
+    // edge / sqrt(n) apart.
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> place(0.0f, 8.0f);
+    for (const int count : {10, 20000, 60000}) {
+        PointCloud cloud;
+        for (int i = 0; i < count; ++i)
+            cloud.positions().emplace_back(place(random), place(random), 1.0f);
+        cloud.resize(cloud.size());
+        core::NestedOctreeFactory factory(Vector3f::Zero(), 8.0f);
+        factory.add(cloud);
+        Octree tree;
+        factory(tree);
+        const auto spacing = read<float>(encodeNode(tree, tree.node(1), {0, 1}), 20);
+        const float expected = std::min(8.0f / std::sqrt(static_cast<float>(count)), 8.0f / 64);
+        EXPECT_GT(spacing, 0.7f * expected) << count;
+        EXPECT_LT(spacing, 1.4f * expected) << count;
+    }
 }
 
 TEST(ViewerModel, KeepsThePlaceInTheWorldAndComputesFields) {

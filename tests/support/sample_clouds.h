@@ -54,6 +54,20 @@ inline Points brokenPoints(std::size_t n) {
     return points;
 }
 
+/// Uniform points, most of them at one of two places or at none.
+inline Points crowdedPoints(std::size_t n) {
+    Points points = uniformPoints(n, 1.0f, 6);
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i % 4 != 0) {
+            points[i] = points[i % 8 < 4 ? 0 : 4];
+        }
+        if (i % 9 == 1) {
+            points[i].setConstant(std::numeric_limits<float>::quiet_NaN());
+        }
+    }
+    return points;
+}
+
 /// Indices and squared distances of all points that can be found, by distance and then by index.
 inline std::vector<std::pair<std::size_t, float>> bruteForce(const Points& points, const core::Vector3f& q) {
     std::vector<std::pair<std::size_t, float>> all;

@@ -1,16 +1,12 @@
 #pragma once
 
-#include <algorithm>
-#include <bit>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
-#include <utility>
 #include <vector>
 
 #include <nanoflann.hpp>
 
+#include <ombrix/core/analysis/kd_results_detail.h>
 #include <ombrix/core/services/work_detail.h>
 #include <ombrix/core/types.h>
 
@@ -27,139 +23,6 @@ using KdSearchParams = nanoflann::SearchParams;  // checks (ignored), eps, sorte
     return KdSearchParams(32, 0.0f, false);
 }
 #endif
-
-/// The bound a search prunes with, a little above the exact one: the distances to cells that the search
-/// adds up on its way down are rounded some 60 times at most, 2^-24 each, and must not cut off a point that
-/// belongs to the result. Also lets points at exactly the bound through, for the order of ties.
-[[nodiscard]] inline float pruningBound(float sqDist) noexcept {
-    constexpr float SLACK = 1.0f + 0x1p-17f;
-    return sqDist * SLACK + std::numeric_limits<float>::min();
-}
-
-/// Result set of the k nearest, ascending by (squared distance, rank of the index). Both arrays hold k
-/// elements and belong to the caller.
-template <class Rank>
-class KnnResult {
-public:
-    KnnResult(std::size_t k, std::size_t* indices, float* sqDists, const Rank& rank)
-        : capacity_(k), indices_(indices), sqDists_(sqDists), rank_(rank) {
-        if (k > 0) {
-            sqDists_[k - 1] = worst_;
-        }
-    }
-
-    [[nodiscard]] std::size_t size() const { return count_; }
-    [[nodiscard]] bool empty() const { return count_ == 0; }
-    [[nodiscard]] bool full() const { return count_ == capacity_; }
-    [[nodiscard]] float worstDist() const { return bound_; }
-    void sort() {}
-
-    bool addPoint(float sqDist, std::size_t index) {
-        if (count_ == capacity_) {
-            if (!before(sqDist, index, worst_, indices_[capacity_ - 1])) {
-                return true;
-            }
-        } else if (sqDist < worst_) {
-            ++count_;
-        } else {
-            return true;
-        }
-        std::size_t i = count_ - 1;
-        for (; i > 0 && before(sqDist, index, sqDists_[i - 1], indices_[i - 1]); --i) {
-            sqDists_[i] = sqDists_[i - 1];
-            indices_[i] = indices_[i - 1];
-        }
-        sqDists_[i] = sqDist;
-        indices_[i] = index;
-        if (count_ == capacity_) {
-            worst_ = sqDists_[capacity_ - 1];
-            bound_ = pruningBound(worst_);
-        }
-        return true;
-    }
-
-private:
-    [[nodiscard]] bool before(float sqDist, std::size_t index, float otherSqDist, std::size_t other) const {
-        return sqDist < otherSqDist || (sqDist == otherSqDist && rank_(index) < rank_(other));
-    }
-
-    std::size_t capacity_;
-    std::size_t count_ = 0;
-    std::size_t* indices_;
-    float* sqDists_;
-    float worst_ = std::numeric_limits<float>::max();
-    float bound_ = std::numeric_limits<float>::max();
-    Rank rank_;
-};
-
-/// Calls found(index, squared distance) for every point strictly inside a squared radius.
-template <class Found>
-class RadiusResult {
-public:
-    RadiusResult(float sqRadius, const Found& found)
-        : sqRadius_(sqRadius), bound_(pruningBound(sqRadius)), found_(found) {}
-
-    [[nodiscard]] std::size_t size() const { return count_; }
-    [[nodiscard]] bool empty() const { return count_ == 0; }
-    [[nodiscard]] bool full() const { return true; }
-    [[nodiscard]] float worstDist() const { return bound_; }
-    void sort() {}
-
-    bool addPoint(float sqDist, std::size_t index) {
-        if (sqDist < sqRadius_) {
-            ++count_;
-            found_(index, sqDist);
-        }
-        return true;
-    }
-
-private:
-    float sqRadius_;
-    float bound_;
-    std::size_t count_ = 0;
-    Found found_;
-};
-
-/// The nearest point other than one: its squared distance.
-class NearestOtherResult {
-public:
-    explicit NearestOtherResult(std::size_t self) : self_(self) {}
-
-    [[nodiscard]] std::size_t size() const { return found_ ? 1 : 0; }
-    [[nodiscard]] bool empty() const { return !found_; }
-    [[nodiscard]] bool full() const { return found_; }
-    [[nodiscard]] float worstDist() const { return bound_; }
-    [[nodiscard]] float sqDist() const { return sqDist_; }
-    void sort() {}
-
-    bool addPoint(float sqDist, std::size_t index) {
-        if (index != self_ && sqDist < sqDist_) {
-            sqDist_ = sqDist;
-            bound_ = pruningBound(sqDist);
-            found_ = true;
-        }
-        return true;
-    }
-
-private:
-    std::size_t self_;
-    float sqDist_ = std::numeric_limits<float>::max();
-    float bound_ = std::numeric_limits<float>::max();
-    bool found_ = false;
-};
-
-/// Whether every coordinate is finite, that is, whether no exponent has all its bits set.
-[[nodiscard]] inline bool allFinite(const std::vector<Vector3f>& points) noexcept {
-    constexpr std::uint32_t MAGNITUDE = 0x7fffffff;
-    constexpr std::uint32_t INFINITE = 0x7f800000;
-    std::uint32_t largest = 0;  // without branches, so that the loop is vectorised
-    for (const Vector3f& p : points) {
-        for (int axis = 0; axis < 3; ++axis) {
-            largest = std::max(largest, std::bit_cast<std::uint32_t>(p[axis]) & MAGNITUDE);
-        }
-    }
-    return largest < INFINITE;
-}
 
 /// Where nobody watches an index being built.
 struct Unwatched {
@@ -187,11 +50,15 @@ private:
 
 /// nanoflann's index over a vector that the caller keeps. Its address must not change: nanoflann refers to
 /// the dataset in it.
+///
+/// Points that are not finite are left out, so that they cannot spoil the splits. Where many points coincide,
+/// one stands for all of them: a search that had to compare the indices of each would take as long as the
+/// cloud is large. Coordinates below 2^-70, whose squares and differences' squares vanish, count as 0 then.
 template <class Watch>
 class BasicKdIndex {
 public:
     explicit BasicKdIndex(const std::vector<Vector3f>& points, Work* work = nullptr)
-        : dataset_{points, nullptr, {}}, tree_(3, dataset_, noBuild()) {
+        : dataset_(points), tree_(3, dataset_, noBuild()) {
         dataset_.watch.begin(work);
         build();
         dataset_.watch.end();
@@ -199,27 +66,16 @@ public:
     BasicKdIndex(const BasicKdIndex&) = delete;
     BasicKdIndex& operator=(const BasicKdIndex&) = delete;
 
-    void build() {
-        // One NaN would spoil the splits for all points, so the index is laid out with 0 in its place. The
-        // real coordinates come back for the queries, where the distance to such a point is never small.
-        const std::vector<Vector3f>& points = dataset_.points;
-        std::vector<Vector3f> finite;
-        if (!allFinite(points)) {
-            finite = points;
-            for (Vector3f& p : finite) {
-                for (float& c : p) {
-                    c = std::isfinite(c) ? c : 0.0f;
-                }
-            }
-        }
-        dataset_.read = finite.empty() ? &points : &finite;
-        tree_.buildIndex();
-        dataset_.read = &points;
-    }
+    void build();
 
     template <class Result>
     void search(const Vector3f& q, Result& result) const {
-        tree_.findNeighbors(result, q.data(), kdSearchParams());
+        if (dataset_.read == &kept_) {
+            Expanded<Result> expanded{result, *this};
+            tree_.findNeighbors(expanded, q.data(), kdSearchParams());
+        } else {
+            tree_.findNeighbors(result, q.data(), kdSearchParams());
+        }
     }
 
     template <class Rank>
@@ -235,11 +91,13 @@ public:
 
 private:
     struct Dataset {
+        explicit Dataset(const std::vector<Vector3f>& all) : points(all), read(&all) {}
+
         const std::vector<Vector3f>& points;
-        const std::vector<Vector3f>* read = nullptr;  ///< not its data: the caller's vector may grow
+        const std::vector<Vector3f>* read;  ///< not its data: the caller's vector may grow
         [[no_unique_address]] Watch watch;
 
-        [[nodiscard]] std::size_t kdtree_get_point_count() const { return points.size(); }
+        [[nodiscard]] std::size_t kdtree_get_point_count() const { return read->size(); }
         [[nodiscard]] float kdtree_get_pt(std::size_t i, std::size_t dim) const {
             watch.read();
             return (*read)[i].data()[dim];
@@ -252,16 +110,46 @@ private:
     using Metric = nanoflann::L2_Simple_Adaptor<float, Dataset, float, std::size_t>;
     using Tree = nanoflann::KDTreeSingleIndexAdaptor<Metric, Dataset, 3, std::size_t>;
 
+    /// Hands the points that an entry stands for on to a result.
+    template <class Result>
+    struct Expanded {
+        Result& result;
+        const BasicKdIndex& index;
+
+        [[nodiscard]] std::size_t size() const { return result.size(); }
+        [[nodiscard]] bool empty() const { return result.empty(); }
+        [[nodiscard]] bool full() const { return result.full(); }
+        [[nodiscard]] float worstDist() const { return result.worstDist(); }
+        void sort() {}
+        bool addPoint(float sqDist, std::size_t entry) {
+            const std::uint64_t* members = index.members_.data();
+            if (index.starts_.empty()) {
+                return result.addPoint(sqDist, members[entry]);
+            }
+            result.addGroup(sqDist, members + index.starts_[entry], members + index.starts_[entry + 1]);
+            return true;
+        }
+    };
+
     static constexpr std::size_t LEAF_SIZE = 10;
     [[nodiscard]] static nanoflann::KDTreeSingleIndexAdaptorParams noBuild() {
         return {LEAF_SIZE, nanoflann::KDTreeSingleIndexAdaptorFlags::SkipInitialBuildIndex};
     }
 
+    void keepFinite();
+    void groupCoincident();
+    [[nodiscard]] bool manyCoincide() const;
+
     Dataset dataset_;
     Tree tree_;
+    std::vector<Vector3f> kept_;          // one for each entry, where not all points are entries
+    std::vector<std::uint64_t> members_;  // indices of the points that the entries stand for
+    std::vector<std::uint64_t> starts_;   // of each entry's members, and the end; empty: one each
 };
 
 using KdIndex = BasicKdIndex<Unwatched>;
 using WatchedKdIndex = BasicKdIndex<WatchedBuild>;
+extern template class BasicKdIndex<Unwatched>;
+extern template class BasicKdIndex<WatchedBuild>;
 
 }  // namespace ombrix::core::detail

@@ -57,10 +57,15 @@ KDTree& KDTree::operator=(KDTree&& other) noexcept = default;
 KDTree::~KDTree() = default;
 
 void KDTree::update() {
-    if (impl_) {
-        impl_->index.build();
-    } else {
+    if (!impl_) {
         impl_ = std::make_unique<Impl>(*points_);
+        return;
+    }
+    try {
+        impl_->index.build();
+    } catch (...) {
+        impl_.reset();  // half an index must not be asked
+        throw;
     }
 }
 
@@ -96,7 +101,7 @@ void KDTree::radiusSearch(const Vector3f& q, float radius, std::vector<std::pair
 }
 
 std::size_t KDTree::radiusCount(const Vector3f& q, float radius) const {
-    detail::RadiusResult result(radius * radius, [](std::size_t, float) {});
+    detail::RadiusCount result(radius * radius);
     index().index.search(q, result);
     return result.size();
 }

@@ -19,6 +19,9 @@ class PointCloud;
 /// Euclidean, in squared units of position. Results are exact, and equal distances ascend by index, so
 /// that the order of equally near points does not depend on how the tree was built.
 ///
+/// Many points at one place cost no more than others, however many they are, except in results that list
+/// them; where there are such, coordinates below 2^-70 (8.5e-22) in magnitude count as 0.
+///
 /// A position with a coordinate that is not finite is never returned and disturbs no other. A tree over no
 /// points answers with none. Const queries may run at once; `update()` must not overlap any query.
 class OMBRIX_CORE_API KDTree {
@@ -36,7 +39,8 @@ public:
     KDTree& operator=(KDTree&& other) noexcept;
     ~KDTree();
 
-    /// Rebuilds the index over the present content of the positions.
+    /// Rebuilds the index over the present content of the positions. Where memory runs out, the tree is left
+    /// without an index, as a moved-from one.
     void update();
 
     /// The k nearest points, ascending by distance. Both vectors get length k; entries past the returned

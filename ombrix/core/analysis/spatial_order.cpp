@@ -48,7 +48,7 @@ void check(Work* work) {
 std::vector<std::uint64_t> codedIndices(const std::vector<Vector3f>& points, Work* work) {
     const Box box = finiteBox(points);
     const float side = (box.max - box.min).maxCoeff();
-    const float cellsPerUnit = side > 0.0f ? CELLS / side : 0.0f;
+    const float cellsPerUnit = side > 0x1p-70f ? CELLS / side : 0.0f;  // as small as what `KdIndex` groups
     std::vector<std::uint64_t> words(points.size());
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, points.size(), SPATIAL_GRAIN),
                       [&](const tbb::blocked_range<std::size_t>& range) {

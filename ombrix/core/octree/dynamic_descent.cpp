@@ -85,16 +85,20 @@ void Descent::descend(Octree::Node& node, const Arrivals& arrivals, std::vector<
 
 void Descent::fill(Octree::Node& leaf, const Arrivals& arrivals) {
     PointCloud* cloud = leaf.pc.get();
+    if (work_ != nullptr && cloud != nullptr) {
+        changed_.push_back({&leaf, leaf.size, leaf.pc, AppendRollback(*cloud)});
+    }
     if (cloud == nullptr || (leaf.flags & NODE_RELATIVE) == 0 || cloud == arrivals.cloud) {
         deferred_.push_back({&leaf, arrivals});
     } else if (cloud->size() + arrivals.size() > maxPoints_ && node_depth(leaf.key) < DEEPEST_LEAF) {
         const std::size_t first = nodes_.size();
-        splitLeaf(octree_, {leaf.key, cloud, arrivals}, maxPoints_, DEEPEST_LEAF, scratch_, nodes_);
+        splitLeaf(octree_, {leaf.key, cloud, arrivals}, maxPoints_, DEEPEST_LEAF, scratch_, nodes_, work_);
         leaf.pc = nodes_[first].cloud;  // frees the points here, not one leaf after another
     } else {
         append(*cloud, arrivals, octree_.node_origin(leaf).cast<double>());
         leaf.size = cloud->size();
         filled_.push_back(leaf.key);
+        WorkSteps(work_, 1).step(arrivals.size());
     }
 }
 
@@ -102,23 +106,37 @@ void Descent::create(Octree::Node& parent, unsigned int octant, const Arrivals& 
     adoptions_.push_back({&parent, octant});
     const std::uint64_t key = child_key(parent.key, octant);
     if (arrivals.size() > maxPoints_ && node_depth(key) < DEEPEST_LEAF) {
-        splitLeaf(octree_, {key, nullptr, arrivals}, maxPoints_, DEEPEST_LEAF, scratch_, nodes_);
+        splitLeaf(octree_, {key, nullptr, arrivals}, maxPoints_, DEEPEST_LEAF, scratch_, nodes_, work_);
         return;
     }
     auto cloud = std::make_shared<PointCloud>();
     append(*cloud, arrivals, nodeCorner(octree_, key).cast<double>());
     nodes_.push_back({key, 0, std::move(cloud)});
+    WorkSteps(work_, 1).step(arrivals.size());
 }
 
 std::vector<std::uint64_t> Descent::split(const Octree::Node& leaf, const PointCloud& cloud,
                                           unsigned int levels) {
-    splitLeaf(octree_, {leaf.key, &cloud, {}}, maxPoints_, levels, scratch_, nodes_);
+    splitLeaf(octree_, {leaf.key, &cloud, {}}, maxPoints_, levels, scratch_, nodes_, work_);
     std::vector<std::uint64_t> keys;
     for (std::size_t i = 1; i < nodes_.size(); ++i) {
         keys.push_back(nodes_[i].key);
     }
     enter();
     return keys;
+}
+
+void Descent::undo() {
+    for (Changed& changed : changed_) {
+        changed.content.undo();
+        changed.leaf->pc = std::move(changed.cloud);
+        changed.leaf->size = changed.size;
+    }
+    changed_.clear();
+    nodes_.clear();
+    adoptions_.clear();
+    filled_.clear();
+    deferred_.clear();
 }
 
 std::vector<Descent::Stop> Descent::enter() {
@@ -144,6 +162,7 @@ std::vector<Descent::Stop> Descent::enter() {
     for (const std::uint64_t key : filled_) {
         octree_.update_node(key);
     }
+    changed_.clear();
     nodes_.clear();
     adoptions_.clear();
     filled_.clear();

@@ -246,7 +246,7 @@ void DynamicOctreeFactory::rebuild(const Growth& growth) {
     for (const auto& [key, root] : keys) {
         if (const std::shared_ptr<PointCloud> cloud = old->node_pc(key); cloud && cloud->size() > 0) {
             const Vector3f corner = detail::positionOffset(*old, old->node(key));
-            distribute(*cloud, corner.cast<double>() + old->origin().cast<double>(), false);
+            distribute(*cloud, corner.cast<double>() + old->origin().cast<double>(), false, nullptr);
         }
     }
 }

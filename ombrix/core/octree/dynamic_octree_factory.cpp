@@ -8,9 +8,11 @@
 #include <tbb/parallel_reduce.h>
 
 #include <ombrix/core/octree/dynamic_octree_factory.h>
+#include <ombrix/core/octree/dynamic_split_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/octree/node_frame_detail.h>
 #include <ombrix/core/octree/padded_append_detail.h>
+#include <ombrix/core/octree/watched_append_detail.h>
 
 namespace ombrix::core {
 namespace {
@@ -24,7 +26,7 @@ Aabb finiteBox(const PointCloud& cloud, const Vector3d& shift) {
     const auto& positions = cloud.positions();
     Aabb box = tbb::parallel_reduce(
         tbb::blocked_range<std::size_t>(0, positions.size()), none,
-        [&](const auto& range, Aabb sum) {
+        [&](const auto& range, const Aabb& sum) {
             Vector3f low = sum.min.cast<float>();
             Vector3f high = sum.max.cast<float>();
             for (std::size_t i = range.begin(); i != range.end(); ++i) {
@@ -104,6 +106,30 @@ void DynamicOctreeFactory::add(const PointCloud& cloud) {
 }
 
 void DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift) {
+    add(cloud, shift, nullptr);
+}
+
+bool DynamicOctreeFactory::add(const PointCloud& cloud, const WorkContext& context) {
+    return add(cloud, Vector3d::Zero(), context);
+}
+
+bool DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift, const WorkContext& context) {
+    return detail::runWatched(context, [&](detail::Work& work) {
+        const Aabb box = pcAabb_;
+        const float low = scalarMin_;
+        const float high = scalarMax_;
+        try {
+            add(cloud, shift, &work);
+        } catch (...) {
+            pcAabb_ = box;
+            scalarMin_ = low;
+            scalarMax_ = high;
+            throw;
+        }
+    });
+}
+
+void DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift, detail::Work* work) {
     if (cloud.size() == 0) {
         return;
     }
@@ -118,18 +144,23 @@ void DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift) {
     const Vector3d origin = octree_->origin().cast<double>();
     const Aabb reached = reachable(box, origin.allFinite() ? origin : Vector3d::Zero().eval());
     if (!octree_->hasKey(octree_->rootKey())) {
-        addFirst(cloud, shift, reached);
+        addFirst(cloud, shift, reached, work);
     } else {
         if (!contains({octree_->origin(), octree_->extend()}, reached)) {
             expand_octree(reached);
             splitMergedLeaves();
         }
-        push_to_leaf_morton(cloud, shift);
+        distribute(cloud, shift, true, work);
     }
     octree_->setScalarFieldMinMax(scalarMin_, scalarMax_);
 }
 
-void DynamicOctreeFactory::addFirst(const PointCloud& cloud, const Vector3d& shift, const Aabb& box) {
+void DynamicOctreeFactory::addFirst(const PointCloud& cloud, const Vector3d& shift, const Aabb& box,
+                                    detail::Work* work) {
+    const Frame factoryFrame{origin_, extend_};
+    const Vector3f factoryTop = top_;
+    Octree before;
+    before.copyBox(*octree_);
     if (extend_ > 0.0f && std::isfinite(extend_) && origin_.allFinite()) {
         expand_octree(box);  // the root cube was fixed by the caller
     } else {
@@ -137,9 +168,30 @@ void DynamicOctreeFactory::addFirst(const PointCloud& cloud, const Vector3d& shi
     }
     Octree::Node& root = octree_->add_node(octree_->rootKey());
     root.flags |= detail::NODE_RELATIVE;
-    detail::appendPadded(ownCloud(root), cloud, shift - octree_->origin().cast<double>());
-    root.size = root.pc->size();
-    expand_nodes(root);
+    const Vector3d offset = shift - octree_->origin().cast<double>();
+    if (work == nullptr) {
+        detail::appendPadded(ownCloud(root), cloud, offset);
+        root.size = root.pc->size();
+        expand_nodes(root);
+        octree_->update_node(octree_->rootKey());
+        return;
+    }
+    try {
+        work->begin(0.2, 4 * cloud.size());
+        detail::appendPaddedWatched(ownCloud(root), cloud, offset, *work);
+        root.size = root.pc->size();
+        work->begin(0.8, 3 * cloud.size());
+        if (mustSplit(root)) {
+            split(root, detail::DEEPEST_LEAF, work);
+        }
+    } catch (...) {
+        octree_->delete_node(octree_->rootKey());
+        octree_->copyBox(before);
+        origin_ = factoryFrame.origin;
+        extend_ = factoryFrame.extend;
+        top_ = factoryTop;
+        throw;
+    }
     octree_->update_node(octree_->rootKey());
 }
 

@@ -10,6 +10,7 @@
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/octree/octree_factory.h>
 #include <ombrix/core/points/point.h>
+#include <ombrix/core/services/work_context.h>
 
 namespace spdlog {
 class logger;
@@ -18,6 +19,10 @@ class logger;
 namespace ombrix::core {
 
 class NestedOctreeFactory;
+
+namespace detail {
+class Work;
+}
 
 /// Builds an octree from clouds that arrive one after another: points in leaves only, leaves split above
 /// `maxPoints()`, and a root cube that grows by powers of two when a cloud reaches outside.
@@ -55,6 +60,10 @@ public:
     /// cloud changes nothing. The result does not depend on the number of threads.
     void add(const PointCloud& cloud, const Vector3d& shift) override;
     void add(const PointCloud& cloud) override;
+    /// The same within a context. When stopped, it answers false and the factory holds what it held; its root
+    /// cube may have grown.
+    [[nodiscard]] bool add(const PointCloud& cloud, const Vector3d& shift, const WorkContext& context);
+    [[nodiscard]] bool add(const PointCloud& cloud, const WorkContext& context);
 
     /// Does nothing, on purpose: the tree is handed over by `octree()`, after `factory()`.
     void operator()(Octree& out) override;
@@ -141,11 +150,12 @@ private:
     void rebuild(const Growth& growth);
     void splitMergedLeaves();
 
-    void addFirst(const PointCloud& cloud, const Vector3d& shift, const Aabb& box);
-    void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode);
+    void add(const PointCloud& cloud, const Vector3d& shift, detail::Work* work);
+    void addFirst(const PointCloud& cloud, const Vector3d& shift, const Aabb& box, detail::Work* work);
+    void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode, detail::Work* work);
     Octree::Node& child(Octree::Node& node, unsigned int octant);
     PointCloud& ownCloud(Octree::Node& node);
-    std::vector<std::uint64_t> split(Octree::Node& node, unsigned int levels);
+    std::vector<std::uint64_t> split(Octree::Node& node, unsigned int levels, detail::Work* work = nullptr);
     [[nodiscard]] bool mustSplit(const Octree::Node& node) const;
 
     std::shared_ptr<Octree> octree_;

@@ -107,25 +107,38 @@ std::uint64_t DynamicOctreeFactory::push_to_leaf(const Point& point) {
 }
 
 void DynamicOctreeFactory::push_to_leaf(const PointCloud& cloud, const Vector3d& shift) {
-    distribute(cloud, shift, false);
+    distribute(cloud, shift, false, nullptr);
 }
 
 void DynamicOctreeFactory::push_to_leaf_morton(const PointCloud& cloud, const Vector3d& shift) {
-    distribute(cloud, shift, true);
+    distribute(cloud, shift, true, nullptr);
 }
 
-void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode) {
+void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode,
+                                      detail::Work* work) {
     if (cloud.size() == 0) {
         return;
     }
     const Vector3d offset = shift - octree_->origin().cast<double>();
     const double extend = octree_->extend();
 
+    const auto begin = [&](double share) {
+        if (work != nullptr) {
+            work->begin(share, cloud.size());
+        }
+    };
+
     // Key and sort, equal codes by index
-    auto pairs = detail::mortonPairs(cloud.size(), [&](std::uint64_t i) {
-        return detail::cellKey(cloud.positions()[i].cast<double>() + offset, extend).key;
-    });
-    detail::sortByCode(pairs);
+    begin(0.1);
+    auto pairs = detail::mortonPairs(
+        cloud.size(),
+        [&](std::uint64_t i) {
+            return detail::cellKey(cloud.positions()[i].cast<double>() + offset, extend).key;
+        },
+        work);
+    begin(0.4);
+    detail::sortByCode(pairs, work);
+    begin(0.5);
     std::vector<Pair> scattered;
     Pair* first = detail::contiguousPairs(pairs) != nullptr ? &pairs[0] : nullptr;
     if (first == nullptr) {
@@ -135,21 +148,35 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
     Pair* last = first + pairs.size();
     if (onePerCode) {
         last = dropEqualCodes(first, last);
-        droppedPoints_ += pairs.size() - static_cast<std::uint64_t>(last - first);
     }
 
     // Go down, on several threads below a few top levels
     PointCloud padded;
     const detail::Arrivals arrivals{&detail::evenCloud(cloud, padded), offset, first, last};
     std::vector<detail::Descent::Stop> stops;
-    detail::Descent top(*octree_, maxPoints_);
-    top.descend(octree_->node(octree_->rootKey()), arrivals, &stops);
-    std::vector<detail::Descent> descents(stops.size(), detail::Descent(*octree_, maxPoints_));
-    tbb::parallel_for(std::size_t{0}, stops.size(),
-                      [&](std::size_t i) { descents[i].descend(*stops[i].node, stops[i].arrivals); });
+    detail::Descent top(*octree_, maxPoints_, work);
+    std::vector<detail::Descent> descents;
+    try {
+        top.descend(octree_->node(octree_->rootKey()), arrivals, &stops);
+        descents.reserve(stops.size());
+        while (descents.size() < stops.size()) {
+            descents.emplace_back(*octree_, maxPoints_, work);
+        }
+        tbb::parallel_for(std::size_t{0}, stops.size(),
+                          [&](std::size_t i) { descents[i].descend(*stops[i].node, stops[i].arrivals); });
+    } catch (...) {
+        top.undo();
+        for (detail::Descent& descent : descents) {
+            descent.undo();
+        }
+        throw;
+    }
 
-    // Enter what they found into the tree; leaves whose clouds were not at hand come last
+    // Nothing is stopped any more: enter what they found into the tree; leaves whose clouds were not at hand
+    // come last
+    droppedPoints_ += pairs.size() - static_cast<std::uint64_t>(last - first);
     top.enter();
+    detail::Descent unwatched(*octree_, maxPoints_);
     std::vector<detail::Descent::Stop> deferred;
     for (detail::Descent& descent : descents) {
         const auto stopped = descent.enter();
@@ -161,14 +188,15 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
             copy.copyFrom(*arrivals.cloud, false);  // somebody adds a leaf's cloud to its own tree
             stop.arrivals.cloud = &copy;
         }
-        top.descend(*stop.node, stop.arrivals);
-        top.enter();
+        unwatched.descend(*stop.node, stop.arrivals);
+        unwatched.enter();
     }
 }
 
 /// Splits a leaf; its own cloud is replaced, so that others may keep it.
-std::vector<std::uint64_t> DynamicOctreeFactory::split(Octree::Node& node, unsigned int levels) {
-    detail::Descent descent(*octree_, maxPoints_);
+std::vector<std::uint64_t> DynamicOctreeFactory::split(Octree::Node& node, unsigned int levels,
+                                                       detail::Work* work) {
+    detail::Descent descent(*octree_, maxPoints_, work);
     return descent.split(node, ownCloud(node), levels);
 }
 

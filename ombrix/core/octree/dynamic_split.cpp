@@ -20,12 +20,13 @@ using Pair = Arrivals::Pair;
 /// From so many points on, a leaf's points are sorted and copied on several threads; below, they are moved
 /// from level to level.
 constexpr std::size_t SORTED_FROM = 1u << 16;
-constexpr std::ptrdiff_t SHORT_RUN = 64;  // pairs that are counted rather than searched
+constexpr std::size_t WATCHED_PORTION = 1u << 18;  // points copied between two looks for a request
+constexpr std::ptrdiff_t SHORT_RUN = 64;           // pairs that are counted rather than searched
 
 /// Points of a leaf with their codes inside it, brought into the order of the nodes that they end up in.
 class Cutter {
 public:
-    Cutter(const PointCloud* cloud, double edge, SplitScratch& scratch)
+    Cutter(const PointCloud* cloud, double edge, SplitScratch& scratch, Work* work)
         : pairs_(scratch.pairs), moved_(scratch.moved) {
         const std::size_t count = cloud != nullptr ? cloud->size() : 0;
         const auto codeOf = [&](std::uint64_t i) {
@@ -34,8 +35,8 @@ public:
         pairs_.resize(count);
         if (count >= SORTED_FROM) {
             sorted_ = true;
-            auto pairs = mortonPairs(count, codeOf);
-            sortByCode(pairs);
+            auto pairs = mortonPairs(count, codeOf, work);
+            sortByCode(pairs, work);
             std::copy(pairs.begin(), pairs.end(), pairs_.begin());
             return;
         }
@@ -145,12 +146,13 @@ void append(PointCloud& target, const Arrivals& arrivals, const Vector3d& corner
 }
 
 void splitLeaf(const Octree& octree, const SplitLeaf& leaf, std::uint64_t maxPoints, unsigned int levels,
-               SplitScratch& scratch, std::vector<SplitNode>& out) {
+               SplitScratch& scratch, std::vector<SplitNode>& out, Work* work) {
     const unsigned int depth = node_depth(leaf.key);
     const unsigned int deepest = std::min(DEEPEST_LEAF, depth + levels);
     PointCloud padded;
     const PointCloud* own = leaf.cloud != nullptr ? &evenCloud(*leaf.cloud, padded) : nullptr;
-    Cutter cutter(own, static_cast<double>(octree.extend()) / static_cast<double>(1u << depth), scratch);
+    Cutter cutter(own, static_cast<double>(octree.extend()) / static_cast<double>(1u << depth), scratch,
+                  work);
 
     // Cut into nodes, depth first
     struct Part {
@@ -200,11 +202,16 @@ void splitLeaf(const Octree& octree, const SplitLeaf& leaf, std::uint64_t maxPoi
         // A leaf that has taken points from several clouds is likely to take more.
         node.cloud->reserve(part.size() * (own != nullptr && leaf.arrivals.size() != 0 ? 2 : 1));
         if (own != nullptr) {
-            appendPoints(*node.cloud, *own, cutter.pairs() + part.first, part.last - part.first,
-                         corner - nodeAt);
+            const std::size_t portion = work != nullptr ? WATCHED_PORTION : cutter.count();
+            for (std::size_t first = part.first; first < part.last; first += portion) {
+                const std::size_t count = std::min(portion, part.last - first);
+                appendPoints(*node.cloud, *own, cutter.pairs() + first, count, corner - nodeAt);
+                WorkSteps(work, 1).step(count);
+            }
         }
         if (part.arrivals.size() != 0) {
             append(*node.cloud, part.arrivals, nodeAt);
+            WorkSteps(work, 1).step(part.arrivals.size());
         }
     };
     if (large) {

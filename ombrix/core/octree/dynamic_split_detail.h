@@ -9,6 +9,7 @@
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/octree/octree_converter.h>
 #include <ombrix/core/points/point_cloud.h>
+#include <ombrix/core/services/work_detail.h>
 
 namespace ombrix::core::detail {
 
@@ -60,7 +61,8 @@ struct SplitScratch {
 ///
 /// @param levels  deepest level below the leaf to split to, at least 1.
 /// @param out     receives the leaf itself as an inner node, then all nodes below it, parents first.
+/// @param work    null unless somebody watches.
 void splitLeaf(const Octree& octree, const SplitLeaf& leaf, std::uint64_t maxPoints, unsigned int levels,
-               SplitScratch& scratch, std::vector<SplitNode>& out);
+               SplitScratch& scratch, std::vector<SplitNode>& out, Work* work);
 
 }  // namespace ombrix::core::detail

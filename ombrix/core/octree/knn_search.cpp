@@ -50,6 +50,12 @@ struct Scratch {
     std::vector<VisitedCloud> clouds;
 };
 
+/// Lets go of the clouds at the end, however it comes: the thread's buffers must not keep them alive.
+struct HeldOnlyMeanwhile {
+    std::vector<VisitedCloud>& clouds;
+    ~HeldOnlyMeanwhile() { clouds.clear(); }
+};
+
 /// Squared distance from a query to a node's cube, never more than to any point that builders put there:
 /// a cube at the border of the root reaches outwards without end, and all faces give way by the rounding of
 /// positions.
@@ -146,7 +152,7 @@ std::uint64_t kNNSearch::search(const Vector3f& p, int depth, unsigned int k, st
     thread_local Scratch scratch;
     auto& [queue, heap, clouds] = scratch;
     queue.clear();
-    clouds.clear();
+    const HeldOnlyMeanwhile held{clouds};
 
     const unsigned int deepest =
         depth < 0 ? Octree::MAX_DEPTH : std::min(static_cast<unsigned int>(depth), Octree::MAX_DEPTH);
@@ -198,7 +204,6 @@ std::uint64_t kNNSearch::search(const Vector3f& p, int depth, unsigned int k, st
             keys->push_back(candidate.key);
         }
     }
-    clouds.clear();  // the thread's buffers must not keep clouds alive
     return skipped;
 }
 

@@ -58,17 +58,10 @@ private:
         std::uint64_t first;  ///< its first point among all
         Vector3d shift;
     };
-    struct Groups;
-
-    [[nodiscard]] std::uint64_t partOf(std::uint64_t point) const;
-    [[nodiscard]] Vector3d world(std::uint64_t point) const;
-    [[nodiscard]] Groups group() const;
-    void average(const Groups& groups, PointCloud& out) const;
-
     float cell_;
     bool averaging_ = false;
     Vector3d origin_ = Vector3d::Zero();
-    PointCloud points_;  ///< all points as they were given, attributes padded
+    PointCloud points_;  ///< all points as they were given; attributes are absent, or padded
     std::vector<Part> parts_;
 };
 

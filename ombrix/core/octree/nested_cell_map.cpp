@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include <ombrix/core/checked_lookup_detail.h>
 #include <ombrix/core/octree/nested_cell_map.h>
@@ -70,8 +71,10 @@ const Point& CellMap::at(std::uint64_t key) const {
 }
 
 void CellMap::addBlock() {
-    blocks_.emplace_back(
+    // Owned before the list grows, which may fail
+    decltype(blocks_)::value_type block(
         static_cast<value_type*>(::operator new (BLOCK * sizeof(value_type), std::align_val_t{CACHE_LINE})));
+    blocks_.push_back(std::move(block));
 }
 
 std::pair<CellMap::iterator, bool> CellMap::try_emplace(std::uint64_t key, const Point& point) {

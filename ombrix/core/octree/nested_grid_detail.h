@@ -87,6 +87,7 @@ struct GridCell {
     const auto x = static_cast<std::int32_t>(cell.at.x());
     const auto y = static_cast<std::int32_t>(cell.at.y());
     const auto z = static_cast<std::int32_t>(cell.at.z());
+    // NOLINTNEXTLINE(bugprone-misplaced-widening-cast): all three are below 128
     cell.key = static_cast<std::uint64_t>((z * 128 + y) * 128 + x);
     cell.center = Vector3d(x, y, z) + Vector3d::Constant(0.5);
     return cell;

@@ -82,7 +82,8 @@ public:
     /// The same without a shift, origin subtracted in single precision.
     void add(const PointCloud& cloud) override;
     /// The same within a context, on one thread. When stopped, they answer false and the factory is empty:
-    /// what was added before is gone, too, and the scalar range starts anew.
+    /// what was added before is gone, too, and the scalar range starts anew. A request that was there before
+    /// changes nothing.
     [[nodiscard]] bool add(const PointCloud& cloud, const Vector3d& shift, const WorkContext& context);
     [[nodiscard]] bool add(const PointCloud& cloud, const WorkContext& context);
     /// Moves the points into the nodes of `out` and leaves the factory empty.

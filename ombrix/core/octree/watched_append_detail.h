@@ -49,7 +49,7 @@ private:
 /// `target.push_back(source, shift, false)` in portions.
 inline void pushBackInPortions(PointCloud& target, const PointCloud& source, const Vector3d& shift,
                                Work& work) {
-    constexpr std::uint64_t PORTION = 1u << 18;
+    constexpr std::uint64_t PORTION = 1u << 16;
     const std::uint64_t count = source.size();
     const auto inPortions = [&](std::uint64_t n, const auto& append) {
         for (std::uint64_t first = 0; first < n; first += PORTION) {
@@ -81,6 +81,14 @@ inline void pushBackInPortions(PointCloud& target, const PointCloud& source, con
     } else {
         target.fields().append(source.fields());
     }
+}
+
+/// `appendPadded`, watched. When it is stopped, the target holds a part.
+inline void appendPaddedWatched(PointCloud& target, const PointCloud& source, const Vector3d& shift,
+                                Work& work) {
+    adoptFields(target, source);
+    pushBackInPortions(target, source, shift, work);
+    padAttributes(target);
 }
 
 /// `appendEven` of all attributes, watched. When it is stopped, the target is as it was.

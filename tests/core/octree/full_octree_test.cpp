@@ -132,11 +132,11 @@ TEST(FullOctree, AddsRelativeToItsOriginAndBuildsAgain) {
 }
 
 TEST(FullOctree, GivesEveryPointItsOwnAttributesWhereCloudsDiffer) {
-    const PointCloud rich = ombrix::test::withAttributes(ombrix::test::uniformPoints(300, EDGE, 1));
+    PointCloud rich = ombrix::test::withAttributes(ombrix::test::uniformPoints(300, EDGE, 1));
     PointCloud bare;
     bare.positions() = ombrix::test::uniformPoints(300, EDGE, 2);
     FullOctreeFactory factory(Vector3f::Zero(), EDGE, 8);
-    for (const PointCloud* cloud : {&bare, &rich, &bare}) {
+    for (const PointCloud* cloud : std::initializer_list<const PointCloud*>{&bare, &rich, &bare}) {
         factory.add(*cloud);
     }
     Octree octree;

@@ -23,11 +23,14 @@ struct Shifted {
     [[nodiscard]] Vector3d world(std::size_t i) const { return cloud.positions()[i].cast<double>() + shift; }
 };
 
+// Enough for several tasks.
+constexpr std::size_t POINTS = 20'000;
+
 std::vector<Shifted> overlappingClouds() {
     std::vector<Shifted> clouds;
     for (unsigned int c = 0; c < 3; ++c) {
         const Vector3d shift(4.0e6 + c, -2.0e6, 0.25 * c);
-        clouds.push_back({numberedCloud(2000, 0.0f, 6.0f, 20 + c, 10000 * c), shift});
+        clouds.push_back({numberedCloud(POINTS, 0.0f, 6.0f, 20 + c, 10000 * c), shift});
     }
     addDistances(clouds[1].cloud);
     return clouds;
@@ -101,6 +104,7 @@ TEST(Merge, KeepsTheFirstOfEquallyNearPoints) {
     std::vector<Merge::Source> sources;
     merge.result(out, sources);
     EXPECT_EQ(sources, (std::vector<Merge::Source>{{0, 1}, {0, 0}}));
+    EXPECT_EQ(out.colors().size(), 2u);
 }
 
 TEST(Merge, AveragesWhenAsked) {
@@ -142,7 +146,7 @@ TEST(Merge, ConcatenatesWithoutACellAndTakesAnyCoordinates) {
         PointCloud out;
         merge.result(out);
         EXPECT_EQ(out.size(), all.size());
-        EXPECT_EQ(out.scalars()[2000], 10000.0f);
+        EXPECT_EQ(out.scalars()[POINTS], 10000.0f);
     }
 
     // Cells so far apart that their three indices need more than one 64-bit number

@@ -1,5 +1,6 @@
 #include <atomic>
 #include <functional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include <ombrix/core/analysis/curvature_density.h>
 #include <ombrix/core/analysis/kd_tree.h>
 #include <ombrix/core/analysis/normal_estimator.h>
+#include <ombrix/core/octree/dynamic_octree_factory.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/services/work_context.h>
@@ -28,7 +30,7 @@ const Vector3d SHIFT(0.5, 0.25, -0.125);
 
 const PointCloud& cloudToAdd() {
     static const PointCloud cloud = [] {
-        PointCloud made = numberedCloud(200000, 1.0f, 90.0f, 1, 1000);
+        PointCloud made = numberedCloud(120000, 1.0f, 90.0f, 1, 1000);
         addDistances(made);
         return made;
     }();
@@ -67,6 +69,48 @@ void expectSameTrees(const Octree& a, const Octree& b) {
     }
 }
 
+/// A cloud for a growing tree: the first one, or one that makes the root grow and leaves split.
+struct DynamicAdd : Job {
+    explicit DynamicAdd(bool isFirst) {
+        if (!isFirst) {
+            factory.add(numberedCloud(5000, 20.0f, 40.0f, 5));
+        }
+    }
+    bool run(const WorkContext& context) override { return factory.add(cloudToAdd(), SHIFT, context); }
+    void runPlain() override { factory.add(cloudToAdd(), SHIFT); }
+    void expectSame(Job& other) override {
+        auto& theirs = dynamic_cast<DynamicAdd&>(other).factory;
+        expectSameTrees(*factory.octree(), *theirs.octree());
+        EXPECT_EQ(factory.origin(), theirs.origin());
+        EXPECT_EQ(factory.octree()->extend(), theirs.octree()->extend());
+        EXPECT_EQ(factory.pc_aabb().min, theirs.pc_aabb().min);
+        EXPECT_EQ(factory.droppedPoints(), theirs.droppedPoints());
+    }
+    void expectUntouched(Job& fresh) override {
+        auto& theirs = dynamic_cast<DynamicAdd&>(fresh).factory;
+        EXPECT_EQ(scalarsOf(*factory.octree()), scalarsOf(*theirs.octree()));
+        EXPECT_EQ(factory.size(), theirs.size());
+        EXPECT_EQ(factory.pc_aabb().min, theirs.pc_aabb().min);
+        EXPECT_EQ(factory.scalarfieldMax(), theirs.scalarfieldMax());
+        EXPECT_EQ(factory.droppedPoints(), theirs.droppedPoints());
+        if (theirs.octree()->keyCount() == 0) {
+            EXPECT_EQ(factory.octree()->keyCount(), 0u);
+            EXPECT_EQ(factory.extend(), theirs.extend());
+        }
+    }
+    /// What tells the points apart, and whether a field came with others.
+    static std::multiset<float> scalarsOf(const Octree& octree) {
+        std::multiset<float> scalars;
+        for (const auto& [key, node] : octree.nodes()) {
+            scalars.insert(node.pc->scalars().begin(), node.pc->scalars().end());
+            EXPECT_EQ(node.pc->fields().size(), 0u);
+            EXPECT_EQ(node.size, node.pc->size());
+        }
+        return scalars;
+    }
+    DynamicOctreeFactory factory{500};
+};
+
 struct FullAdd : Job {
     FullAdd() { factory.add(numberedCloud(1000, 0.0f, EDGE, 2)); }
     bool run(const WorkContext& context) override { return factory.add(cloudToAdd(), SHIFT, context); }
@@ -102,7 +146,6 @@ struct NestedAdd : Job {
     }
     void expectUntouched(Job&) override {
         EXPECT_EQ(factory.size(), 0u);
-        EXPECT_EQ(factory.nodes().size(), 0u);
         EXPECT_GT(factory.scalarfieldMin(), factory.scalarfieldMax());
     }
     NestedOctreeFactory factory{Vector3f::Zero(), EDGE};
@@ -291,6 +334,10 @@ NamedJob named(const char* name) {
     return {name, [] { return std::make_unique<T>(); }};
 }
 
+NamedJob dynamicAdd(const char* name, bool isFirst) {
+    return {name, [isFirst] { return std::make_unique<DynamicAdd>(isFirst); }};
+}
+
 NamedJob density(const char* name, int which) {
     return {name, [which] { return std::make_unique<Densities>(which); }};
 }
@@ -299,9 +346,10 @@ INSTANTIATE_TEST_SUITE_P(
     All, WorkContextJobs,
     ::testing::Values(named<FullAdd>("FullAdd"), named<FullBuild>("FullBuild"), named<NestedAdd>("NestedAdd"),
                       named<DerivedNestedAdd>("DerivedNestedAdd"), named<NestedBuild>("NestedBuild"),
+                      dynamicAdd("DynamicFirst", true), dynamicAdd("DynamicNext", false),
                       named<CloudNormals>("CloudNormals"), named<TreeNormals>("TreeNormals"),
                       density("ApproximateDensity", 0), density("SurfaceDensity", 1),
                       density("SurfaceDensityOmp", 2), density("VolumeDensity", 3)),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& job) { return std::string(job.param.name); });
 
 }  // namespace

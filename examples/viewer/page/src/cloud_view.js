@@ -5,7 +5,7 @@ import { Levels } from "./levels.js";
 import { Loader } from "./loader.js";
 import { COLORINGS, pointMaterial } from "./material.js";
 
-const HEAD_BYTES = 20;
+const HEAD_BYTES = 24;
 const CACHE_BYTES = 256 * 2 ** 20;
 
 /// The nodes that are drawn: fetches those that are selected and keeps some that were.
@@ -64,7 +64,7 @@ export class CloudView {
       if (this.field && !node.fields.has(this.field)) wantedFields.push(`/api/nodes/${key}/${this.field}`);
     }
     this.cache.use(this.selected);
-    this.levels.update(this.drawn);
+    this.levels.update(this.drawn, (key) => this.cache.get(key).spacing);
     this.material.uniforms.levels.value = this.levels.texture;
     this.loader.want(wanted.concat(wantedFields));
     this.changed();
@@ -94,7 +94,7 @@ export class CloudView {
     object.matrixAutoUpdate = false;
     // The server has looked already.
     object.frustumCulled = false;
-    const node = { count, object, bytes: bytes.byteLength, fields: new Set() };
+    const node = { count, spacing: head.getFloat32(20, true), object, bytes: bytes.byteLength, fields: new Set() };
     object.onBeforeRender = () => {
       const { uniforms } = this.material;
       uniforms.waiting.value = this.field !== null && !node.fields.has(this.field);

@@ -41,7 +41,7 @@ export class Coloring {
       // Another choice may have been made meanwhile.
       if (coloring.name !== this.by.value) return;
       const map = this.chosenMaps.get(coloring.name) ?? coloring.map;
-      this.map.disabled = !map;
+      this.map.parentElement.hidden = !map;
       if (map) {
         this.map.value = map;
         await this.useMap(map);

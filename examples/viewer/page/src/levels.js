@@ -2,9 +2,10 @@ import * as THREE from "three";
 
 export const LEVELS_WIDTH = 2048;
 
-/// The drawn nodes as a hierarchy that the shader walks down to find the depth of detail at a place. An entry holds
-/// the mask of drawn children in its low byte, and above it how far ahead the first of them stands; children stand
-/// together.
+/// The drawn nodes as a hierarchy that the shader walks down to find the depth of detail at a place, and how
+/// far the points of that depth are from one another. An entry is two numbers: the mask of drawn children in the low
+/// byte and above it how far ahead the first of them stands, children standing together; and the spacing of the node's
+/// points, a float.
 export class Levels {
   constructor() {
     this.resize(1);
@@ -12,14 +13,15 @@ export class Levels {
 
   resize(rows) {
     this.texture?.dispose();
-    this.data = new Uint32Array(LEVELS_WIDTH * rows);
-    this.texture = new THREE.DataTexture(this.data, LEVELS_WIDTH, rows, THREE.RedIntegerFormat, THREE.UnsignedIntType);
-    this.texture.internalFormat = "R32UI";
+    this.data = new Uint32Array(2 * LEVELS_WIDTH * rows);
+    this.texture = new THREE.DataTexture(this.data, LEVELS_WIDTH, rows, THREE.RGIntegerFormat, THREE.UnsignedIntType);
+    this.texture.internalFormat = "RG32UI";
     this.texture.needsUpdate = true;
   }
 
-  /// @param drawn  set of keys; those that no drawn nodes connect to the root do not count.
-  update(drawn) {
+  /// @param drawn      set of keys; those that no drawn nodes connect to the root do not count.
+  /// @param spacingOf  gives the spacing of a key's node.
+  update(drawn, spacingOf) {
     const order = drawn.has("1") ? ["1"] : [];
     const entries = [];
     for (let i = 0; i < order.length; ++i) {
@@ -33,9 +35,13 @@ export class Levels {
       }
       entries.push(mask === 0 ? 0 : mask + 256 * (first - i));
     }
-    if (entries.length > this.data.length) this.resize(Math.ceil(entries.length / LEVELS_WIDTH));
+    if (2 * order.length > this.data.length) this.resize(Math.ceil(order.length / LEVELS_WIDTH));
+    const spacings = new Float32Array(this.data.buffer);
     this.data.fill(0);
-    this.data.set(entries);
+    order.forEach((key, i) => {
+      this.data[2 * i] = entries[i];
+      spacings[2 * i + 1] = spacingOf(key);
+    });
     this.texture.needsUpdate = true;
   }
 }

@@ -39,20 +39,21 @@ int ones(uint bits) {
 
 float spacingAt(vec3 p) {
   int index = 0;
+  float spacing = 0.0;
   float half_ = 0.5 * edge;
   vec3 corner = vec3(0.0);
   for (int level = 0; level < 21; ++level) {
-    uint entry = texelFetch(levels, ivec2(index & ${LEVELS_WIDTH - 1}, index / ${LEVELS_WIDTH}), 0).r;
+    uvec2 entry = texelFetch(levels, ivec2(index & ${LEVELS_WIDTH - 1}, index / ${LEVELS_WIDTH}), 0).rg;
+    spacing = uintBitsToFloat(entry.y);
     vec3 upper = step(corner + half_, p);
     int octant = int(dot(upper, vec3(4.0, 2.0, 1.0)) + 0.5);
-    uint mask = entry & 255u;
+    uint mask = entry.x & 255u;
     if (((mask >> octant) & 1u) == 0u) break;
-    index += int(entry >> 8) + ones(mask & ((1u << octant) - 1u));
+    index += int(entry.x >> 8) + ones(mask & ((1u << octant) - 1u));
     corner += upper * half_;
     half_ *= 0.5;
   }
-  // A node's sample has a cell in 128 along its edge.
-  return half_ / 64.0;
+  return spacing;
 }
 
 vec3 shadeAt(vec3 p) {

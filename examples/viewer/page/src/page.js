@@ -16,7 +16,18 @@ const LEAST_NODE_PIXELS = 90;
 
 const canvas = document.getElementById("view");
 const message = document.getElementById("message");
-const say = (text) => (message.textContent = text ?? "");
+const PASSING_MS = 3000;
+
+/// Shows a text, or none.
+function say(text) {
+  message.textContent = text ?? "";
+}
+
+/// Shows a text for a while.
+function remark(text) {
+  say(text);
+  setTimeout(() => message.textContent === text && say(null), PASSING_MS);
+}
 
 async function start() {
   const cloud = await getJson("/api/cloud");
@@ -80,8 +91,9 @@ async function start() {
   }
 
   async function aim(x, y) {
-    const picked = await pick(x, y);
-    say(picked.found ? null : "There is no point here.");
+    const picked = await pick(x, y).catch((error) => ({ error }));
+    if (picked.error) return remark(picked.error.message);
+    if (!picked.found) remark("There is no point here.");
     if (measuring.active) measuring.add(picked);
     else if (picked.found) control.setPivot(picked.position);
   }

@@ -16,6 +16,7 @@ export class Selection {
     this.seen = 0;
     this.asked = null;
     this.busy = false;
+    this.down = false; // the server did not answer the last time
     addEventListener("pagehide", () => {
       if (this.client) sayGoodbye(this.client);
       this.client = null;
@@ -39,11 +40,13 @@ export class Selection {
       try {
         this.client ??= (await post("/api/clients")).client;
         this.apply(await post("/api/frame", { client: this.client, seen: this.seen, ...question }));
-        this.failed(null);
+        if (this.down) this.failed(null);
+        this.down = false;
       } catch (error) {
         const forgotten = error instanceof Refusal && error.status === 410;
         if (forgotten) this.client = null;
         else {
+          this.down = true;
           this.failed(error instanceof Refusal ? error.message : "The server does not answer.");
           await new Promise((resolve) => setTimeout(resolve, RETRY_MS));
         }

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs what is missing and runs clang-tidy (.clang-tidy) and cppcheck over the library, the examples, the
+# benchmarks and the fuzz targets; fails on any finding.
+#   scripts/analyse.sh             everything
+#   scripts/analyse.sh FILE...     clang-tidy over these sources alone
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh clang-tidy-14 cppcheck
+build=build/analyse
+cmake --preset dev -B "$build" -DOMBRIX_BUILD_BENCHMARKS=ON >/dev/null
+
+sources=("$@")
+if [ ${#sources[@]} -eq 0 ]; then
+    mapfile -t sources < <(git ls-files 'ombrix/*.cpp' 'examples/*.cpp' 'benchmarks/*.cpp' |
+        grep -v -e _windows.cpp -e ^benchmarks/peers/)
+    # Style is clang-tidy's; here what cppcheck alone looks at.
+    echo "cppcheck"
+    cppcheck --quiet -j "$(nproc)" --std=c++20 --language=c++ --inline-suppr --error-exitcode=1 \
+        --enable=warning,performance,portability --suppressions-list=scripts/cppcheck.txt \
+        -I . -I "$build/generated" ombrix examples benchmarks fuzz
+fi
+echo "clang-tidy over ${#sources[@]} sources"
+printf '%s\n' "${sources[@]}" |
+    xargs -P "$(nproc)" -n 1 clang-tidy-14 -p "$build" --quiet 2> >(grep -v 'warnings\? generated' >&2)
+echo "Nothing found"

@@ -1,0 +1,65 @@
+#include "tests/faults/failing_new.h"
+
+#include <atomic>
+#include <cstdlib>
+
+namespace {
+
+std::atomic<std::int64_t> live{0};
+std::atomic<std::int64_t> untilFailure{0};
+
+void* allocate(std::size_t size, std::size_t alignment) {
+    if (untilFailure.load(std::memory_order_relaxed) > 0 && untilFailure.fetch_sub(1) == 1) {
+        throw std::bad_alloc();
+    }
+    // A multiple of the alignment, as std::aligned_alloc wants it, and never none
+    const std::size_t bytes = (size + alignment) / alignment * alignment;
+    void* const block =
+        alignment > alignof(std::max_align_t) ? std::aligned_alloc(alignment, bytes) : std::malloc(bytes);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    live.fetch_add(1, std::memory_order_relaxed);
+    return block;
+}
+
+void release(void* block) noexcept {
+    if (block != nullptr) {
+        live.fetch_sub(1, std::memory_order_relaxed);
+        std::free(block);
+    }
+}
+
+}  // namespace
+
+namespace ombrix::test {
+
+std::int64_t liveBlocks() {
+    return live.load();
+}
+
+void failAllocation(std::int64_t n) {
+    untilFailure.store(n);
+}
+
+}  // namespace ombrix::test
+
+// The forms for arrays and those that do not throw call these.
+void* operator new(std::size_t size) {
+    return allocate(size, 1);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return allocate(size, static_cast<std::size_t>(alignment));
+}
+void operator delete(void* block) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::align_val_t) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+    release(block);
+}
