@@ -77,9 +77,9 @@ int main() {
     // The same from frame to frame, for a camera that moves
     FrameSelection selection(tree);
     selection.setHysteresis(0.1f);
-    for (float x = 500.0f; x < 700.0f; x += 40.0f) {
-        camera.setPosition(ViewFrustum::Pose(Eigen::Translation3f(x, 300.0f, -600.0f)));
-        selection.update(camera, 400'000, 20.0f);
+    for (float x = 100.0f; x < 1000.0f; x += 200.0f) {
+        camera.setPosition(ViewFrustum::Pose(Eigen::Translation3f(x, 300.0f, -300.0f)));
+        selection.update(camera, 250'000, 20.0f);
         std::printf("%zu nodes to upload, %zu to drop\n", selection.entered().size(),
                     selection.left().size());
     }
@@ -88,8 +88,8 @@ int main() {
     // The point under the cursor, a quarter of the way from the viewport's centre to its right border
     const PickResult hit = OctreeQuery(tree).pick(cursorBeam(camera, 0.25, 0.0, 3.0));
     expect(hit.point.has_value() && hit.missing.empty(), "a point is there, and all nodes are loaded");
-    const Vector3f picked = tree.origin() + hit.point->position;
-    std::printf("picked (%g, %g, %g)\n", double(picked.x()), double(picked.y()), double(picked.z()));
+    const Vector3d picked = tree.origin().cast<double>() + hit.point->position;
+    std::printf("picked (%g, %g, %g)\n", picked.x(), picked.y(), picked.z());
 
     // The hierarchy buffer: one entry per selected node, breadth first
     visibility.buildHierarchy(true);

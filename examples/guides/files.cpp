@@ -39,7 +39,7 @@ int main(int count, char** words) {
     io::ReadOptions options;
     options.shift = scan.shift;
     options.progress = [](std::uint64_t done, std::uint64_t total) {
-        std::printf("%llu of %llu bytes\n", static_cast<unsigned long long>(done),
+        std::printf("%llu of %llu\n", static_cast<unsigned long long>(done),
                     static_cast<unsigned long long>(total));
     };
     const io::PointFile same = io::readPoints(folder / "scan.las", options);
