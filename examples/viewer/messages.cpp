@@ -167,7 +167,7 @@ std::string describe(const Model& model, std::uint64_t budget) {
                               {"edge", model.tree->extend()},
                               {"shift", list(model.shift)},
                               {"box", {{"min", list(model.box.min)}, {"max", list(model.box.max)}}},
-                              {"budget", {{"start", budget}, {"least", LEAST_BUDGET}, {"most", MOST_BUDGET}}},
+                              {"budget", {{"start", budget}, {"least", LEAST_BUDGET}}},
                               {"colorings", colorings},
                               {"maps", maps}};
     // A file's name need not be UTF-8.

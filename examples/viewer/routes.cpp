@@ -135,6 +135,8 @@ void addGuards(httplib::Server& server, const std::vector<std::string>& hosts) {
         refuse(response, 500, "the server failed");
     });
     server.set_error_handler([](const Request&, Response& response) {
+        // As `LimitedServer` does.
+        response.set_header("Connection", "close");
         if (response.body.empty())
             response.set_content(describeError("the request cannot be answered"), JSON);
     });

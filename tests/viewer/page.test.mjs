@@ -2,8 +2,7 @@
 import assert from "node:assert/strict";
 import { after, before, describe, test } from "node:test";
 
-import { chromium } from "playwright-core";
-
+import { startBrowser } from "./browser.mjs";
 import { SHIPPED, checkPick, lasPoints, startViewer } from "./support.mjs";
 
 const PATIENCE = { timeout: 60_000 };
@@ -96,10 +95,7 @@ describe("the page in a browser", () => {
   before(async () => {
     viewer = await startViewer();
     cloud = await (await fetch(`${viewer.url}/api/cloud`)).json();
-    browser = await chromium.launch({
-      executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
-      args: ["--use-gl=angle", "--use-angle=swiftshader", "--enable-unsafe-swiftshader", "--no-sandbox"],
-    });
+    browser = await startBrowser();
   });
   after(async () => {
     await browser.close();

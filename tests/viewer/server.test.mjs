@@ -53,13 +53,17 @@ describe("the server by itself", () => {
       const k = key([...points.subarray(i, i + 3)]);
       places.set(k, (places.get(k) ?? 0) + 1);
     }
-    let fetched = 0;
-    const queue = ["1"];
-    while (queue.length > 0) {
-      const response = await fetch(`${viewer.url}/api/nodes/${queue[0]}`);
-      const parent = queue.shift();
+    const nodes = [];
+    for (const queue = ["1"]; queue.length > 0; ) {
+      const key = queue.shift();
+      const response = await fetch(`${viewer.url}/api/nodes/${key}`);
+      const bytes = await response.arrayBuffer();
       if (response.status === 404) continue;
-      const bytes = new DataView(await response.arrayBuffer());
+      nodes.push(new DataView(bytes));
+      for (let octant = 0; octant < 8; ++octant) queue.push(key + octant);
+    }
+    let fetched = 0;
+    for (const bytes of nodes) {
       const count = bytes.getUint32(0, true);
       const edge = bytes.getFloat32(16, true);
       assert.ok(edge / 131070 < 0.005);
@@ -72,7 +76,6 @@ describe("the server by itself", () => {
         const left = places.get(key(place)) ?? 0;
         if (left > 0) places.set(key(place), left - 1);
       }
-      for (let octant = 0; octant < 8; ++octant) queue.push(parent + octant);
     }
     assert.equal(fetched, cloud.points);
     const missing = [...places.values()].reduce((sum, left) => sum + left, 0);

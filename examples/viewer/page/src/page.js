@@ -54,9 +54,9 @@ async function start() {
   const budget = document.getElementById("budget");
   const size = document.getElementById("size");
   const sizeMode = document.getElementById("size-mode");
-  Object.assign(budget, { min: cloud.budget.least, max: cloud.budget.most, step: 100_000, value: cloud.budget.start });
-  // Wide enough to set it well; the server takes more.
-  budget.max = Math.max(5_000_000, cloud.budget.start);
+  // The server takes more, but a slider for all of it could not be set well.
+  const most = Math.max(5_000_000, cloud.budget.start);
+  Object.assign(budget, { min: cloud.budget.least, max: most, step: 100_000, value: cloud.budget.start });
 
   function frame() {
     drawing = false;
