@@ -163,8 +163,8 @@ TEST_F(Allocation, OfTheNestedBuilder) {
         },
         usable);
     expectEveryAllocationMayFail(
-        "load", make,
-        [](NestedOctreeFactory& factory) { factory.add_node_pc(8 * 8 + 3, smallCloud(20)); }, usable);
+        "load", make, [](NestedOctreeFactory& factory) { factory.add_node_pc(8 * 8 + 3, smallCloud(20)); },
+        usable);
     expectEveryAllocationMayFail(
         "build", make,
         [](NestedOctreeFactory& factory) {
@@ -262,7 +262,8 @@ TEST_F(Allocation, OfTreesAndConversions) {
 TEST_F(Allocation, OfAnalyses) {
     const auto stillThere = [](PointCloud& cloud) { expectEven(cloud, 60); };
     const auto expectFor = [&](const char* name, const auto& run) {
-        expectEveryAllocationMayFail(name, [] { return smallCloud(); }, run, stillThere);
+        expectEveryAllocationMayFail(
+            name, [] { return smallCloud(); }, run, stillThere);
     };
     expectFor("tree", [](PointCloud& cloud) {
         KDTree tree(cloud);
@@ -309,7 +310,10 @@ TEST_F(Allocation, OfAnalyses) {
 
 TEST_F(Allocation, OfColorMaps) {
     expectEveryAllocationMayFail(
-        "colours", [] { return ColorMap(0.0f, 1.0f, {0, 0, 0}, {1, 1, 1}); },
+        "colours",
+        [] {
+            return ColorMap(0.0f, 1.0f, {0, 0, 0}, {1, 1, 1});
+        },
         [](ColorMap& map) {
             map.insert({0.5f, {1, 0, 0}}, true);
             map.set_colors(VIRIDIS);
@@ -321,7 +325,8 @@ TEST_F(Allocation, OfColorMaps) {
 }
 
 TEST_F(Allocation, OfMeshes) {
-    const std::string text = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0.5\nvn 0 0 1\nf 1//1 2//1 3//1 4//1\nf 1 2 9\n";
+    const std::string text =
+        "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0.5\nvn 0 0 1\nf 1//1 2//1 3//1 4//1\nf 1 2 9\n";
     const TempPath file(text);
     const TempPath out;
     const auto empty = [] { return mesh::TriMesh(); };
@@ -343,7 +348,8 @@ TEST_F(Allocation, OfMeshes) {
     };
     const auto whole = [](mesh::TriMesh& mesh) { EXPECT_EQ(mesh.faces.size(), 2u); };
     expectEveryAllocationMayFail(
-        "writing", full, [&](mesh::TriMesh& mesh) { static_cast<void>(mesh.writeOBJ(out.str(), {})); }, whole);
+        "writing", full, [&](mesh::TriMesh& mesh) { static_cast<void>(mesh.writeOBJ(out.str(), {})); },
+        whole);
     expectEveryAllocationMayFail(
         "normals", full,
         [](mesh::TriMesh& mesh) {
@@ -393,7 +399,9 @@ TEST_F(Allocation, OfPointFiles) {
     for (const char* name : {"a.ply", "a.las", "a.csv", "a.obj"}) {
         expectEveryAllocationMayFail(
             name, [] { return io::ReadOptions(); },
-            [&](io::ReadOptions& options) { EXPECT_GT(io::readPoints(path(name), options).cloud.size(), 1u); },
+            [&](io::ReadOptions& options) {
+                EXPECT_GT(io::readPoints(path(name), options).cloud.size(), 1u);
+            },
             NOTHING);
     }
 }

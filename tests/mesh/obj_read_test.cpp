@@ -219,5 +219,23 @@ TEST(ObjRead, SurvivesRubbish) {
     }
 }
 
+TEST(ObjRead, FilesCutAtAnyByteKeepTheWholeRecordsBefore) {
+    const std::string text =
+        "v 1 2 3\nvn 0 0 1\nv 4 5 6 \\\n\nv 7 8 9\nf 1//1 2//1 \\\n3//1\nf -1/2/1 -2 -3\n";
+    TriMesh whole;
+    ASSERT_TRUE(whole.readOBJ(TempPath(text).str(), {}).ok());
+    ASSERT_EQ(whole.faces.size(), 2u);
+    for (std::size_t length = 0; length < text.size(); ++length) {
+        const TempPath file(text.substr(0, length));
+        TriMesh mesh;
+        ASSERT_TRUE(mesh.readOBJ(file.str(), {}).ok());
+        ASSERT_LE(mesh.vertices.size(), 3u);
+        ASSERT_LE(mesh.faces.size(), 2u);
+        const std::size_t complete = static_cast<std::size_t>(length > 7) + (length > 30) + (length > 38);
+        ASSERT_GE(mesh.vertices.size(), complete) << length;
+        ASSERT_GE(readPlain(text.substr(0, length)).vertices.size(), complete) << length;
+    }
+}
+
 }  // namespace
 }  // namespace ombrix::mesh::test
