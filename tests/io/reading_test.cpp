@@ -99,6 +99,27 @@ TEST_F(Reading, StopsOnRequest) {
     }
 }
 
+TEST_F(Reading, AContextWatchesBesideTheOptions) {
+    for (const std::string& name : writeAll(path(""))) {
+        SCOPED_TRACE(name);
+        std::uint64_t done = 0;
+        ReadOptions options;
+        options.progress = [&](std::uint64_t now, std::uint64_t) { done = now; };
+        std::vector<double> told;
+        const PointFile file =
+            readPoints(path(name), options, {{}, [&](double fraction) { told.push_back(fraction); }});
+        EXPECT_EQ(file.cloud.positions(), readPoints(path(name)).cloud.positions());
+        EXPECT_TRUE(std::ranges::is_sorted(told));
+        EXPECT_EQ(told.back(), 1.0);
+        EXPECT_GT(done, 0u);
+
+        std::stop_source source;
+        const ombrix::core::WorkContext context{source.get_token(), [&](double) { source.request_stop(); }};
+        EXPECT_THROW(static_cast<void>(readPoints(path(name), {}, context)), Stopped);
+        EXPECT_THROW(static_cast<void>(readPoints(path(name), {}, context)), Stopped);
+    }
+}
+
 TEST_F(Reading, TheShiftIsZeroNearTheOriginAndRoundFarFromIt) {
     const auto shiftOf = [&](const std::string& text) { return read("a.xyz", text).shift; };
     EXPECT_EQ(shiftOf("9999.9 -9999.9 0\n1e6 0 0\n"), Vector3d(0, 0, 0));

@@ -7,6 +7,8 @@
 #include <limits>
 #include <random>
 
+#include <ombrix/core/services/work_context.h>
+
 #include "mesh_support.h"
 #include "tests/support/streams.h"
 
@@ -197,6 +199,28 @@ TEST(ObjReadWithOptions, ReadsLinesLongerThanAnyBlock) {
     TriMesh mesh;
     EXPECT_EQ(mesh.readOBJ(TempPath(text).str(), ObjReadOptions{}).triangles, CORNERS - 2);
     EXPECT_EQ(facesOf(readPlain(text + "\n" + text)), "0 1 2, 0 1 2");
+}
+
+TEST(ObjReadWithOptions, TellsAContextAndStopsForIt) {
+    const TriMesh wanted = randomTriangles(3, 20000, 10.0f, 1.0f);
+    const TempPath file;
+    ASSERT_TRUE(wanted.writeOBJ(file.str(), ObjWriteOptions{}).ok());
+    TriMesh mesh;
+    std::vector<double> told;
+    EXPECT_TRUE(
+        mesh.readOBJ(file.str(), {}, {{}, [&](double fraction) { told.push_back(fraction); }, nullptr}).ok());
+    EXPECT_EQ(mesh.vertices, wanted.vertices);
+    EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
+    EXPECT_GT(told.size(), 4u);
+    EXPECT_EQ(told.back(), 1.0);
+    for (const double at : {0.0, 0.5}) {
+        std::stop_source source;
+        const auto stopLater = [&](double fraction) { fraction >= at ? source.request_stop() : false; };
+        const ObjReadResult result = mesh.readOBJ(file.str(), {}, {source.get_token(), stopLater, nullptr});
+        EXPECT_TRUE(result.stopped);
+        EXPECT_NE(result.error.find(file.str()), std::string::npos);
+        EXPECT_EQ(mesh.vertices.size(), wanted.vertices.size()) << "the mesh is as it was";
+    }
 }
 
 TEST(ObjRead, SurvivesRubbish) {

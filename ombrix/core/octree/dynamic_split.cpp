@@ -32,14 +32,21 @@ public:
         const auto codeOf = [&](std::uint64_t i) {
             return cellKey(cloud->positions()[i].cast<double>(), edge).key;
         };
-        pairs_.resize(count);
         if (count >= SORTED_FROM) {
             sorted_ = true;
             auto pairs = mortonPairs(count, codeOf, work);
             sortByCode(pairs, work);
-            std::copy(pairs.begin(), pairs.end(), pairs_.begin());
+            pairs_.clear();
+            pairs_.reserve(count);
+            for (std::size_t first = 0; first < count; first += WATCHED_PORTION) {
+                const auto from = pairs.begin() + static_cast<std::ptrdiff_t>(first);
+                const std::size_t portion = std::min(WATCHED_PORTION, count - first);
+                pairs_.insert(pairs_.end(), from, from + static_cast<std::ptrdiff_t>(portion));
+                WorkSteps(work, 1).step(0);
+            }
             return;
         }
+        pairs_.resize(count);
         for (std::size_t i = 0; i < count; ++i) {
             pairs_[i] = {i, codeOf(i)};
         }

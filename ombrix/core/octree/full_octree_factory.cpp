@@ -45,7 +45,7 @@ bool FullOctreeFactory::operator()(Octree& out, const WorkContext& context) {
         try {
             build(out, &work);
         } catch (...) {
-            out.nodes().clear();
+            detail::removeNodes(out);
             throw;
         }
     });

@@ -6,6 +6,7 @@
 
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
+#include <ombrix/core/octree/recursive_build_detail.h>
 #include <ombrix/core/points/point_writer_detail.h>
 #include <ombrix/core/services/work_detail.h>
 
@@ -60,7 +61,7 @@ bool NestedOctreeFactory::operator()(Octree& out, const WorkContext& context) {
         try {
             writeTo(out, &work);
         } catch (...) {
-            out.nodes().clear();
+            detail::removeNodes(out);
             throw;
         }
         clear();

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 #include <tbb/task_group.h>
 
 #include <ombrix/core/octree/morton.h>
@@ -200,6 +202,18 @@ void detail::recursiveBuild(const PointCloud& cloud, const PairVector& pairs, co
     } else {
         build(cloud, pairs, chunk, threshold, positionsOnly, out, work);
     }
+}
+
+void detail::removeNodes(Octree& octree) {
+    Octree::NodeMap& nodes = octree.nodes();
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, nodes.bucket_count(), 1024), [&](const auto& range) {
+        for (std::size_t bucket = range.begin(); bucket != range.end(); ++bucket) {
+            for (auto node = nodes.begin(bucket); node != nodes.end(bucket); ++node) {
+                node->second.pc.reset();
+            }
+        }
+    });
+    nodes.clear();
 }
 
 void OctreeConverter::recursiveBuild(const PointCloud& cloud, const PairVector& pairs, const NodeChunk& chunk,

@@ -11,4 +11,7 @@ void recursiveBuild(const PointCloud& cloud, const OctreeConverter::PairVector& 
                     const OctreeConverter::NodeChunk& chunk, unsigned int threshold, bool positionsOnly,
                     Octree& out, Work* work);
 
+/// Removes all nodes, which takes long where they hold many clouds: on several threads.
+void removeNodes(Octree& octree);
+
 }  // namespace ombrix::core::detail
