@@ -106,7 +106,7 @@ void DynamicOctreeFactory::add(const PointCloud& cloud) {
 }
 
 void DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift) {
-    add(cloud, shift, nullptr);
+    addWithin(cloud, shift, nullptr);
 }
 
 bool DynamicOctreeFactory::add(const PointCloud& cloud, const WorkContext& context) {
@@ -119,7 +119,7 @@ bool DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift, c
         const float low = scalarMin_;
         const float high = scalarMax_;
         try {
-            add(cloud, shift, &work);
+            addWithin(cloud, shift, &work);
         } catch (...) {
             pcAabb_ = box;
             scalarMin_ = low;
@@ -129,7 +129,7 @@ bool DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift, c
     });
 }
 
-void DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift, detail::Work* work) {
+void DynamicOctreeFactory::addWithin(const PointCloud& cloud, const Vector3d& shift, detail::Work* work) {
     if (cloud.size() == 0) {
         return;
     }

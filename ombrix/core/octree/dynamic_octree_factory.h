@@ -150,7 +150,7 @@ private:
     void rebuild(const Growth& growth);
     void splitMergedLeaves();
 
-    void add(const PointCloud& cloud, const Vector3d& shift, detail::Work* work);
+    void addWithin(const PointCloud& cloud, const Vector3d& shift, detail::Work* work);
     void addFirst(const PointCloud& cloud, const Vector3d& shift, const Aabb& box, detail::Work* work);
     void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode, detail::Work* work);
     Octree::Node& child(Octree::Node& node, unsigned int octant);
