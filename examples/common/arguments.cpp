@@ -1,6 +1,8 @@
 #include <examples/common/arguments.h>
 
 #include <charconv>
+#include <exception>
+#include <iostream>
 
 namespace examples {
 
@@ -31,6 +33,19 @@ void Arguments::read(int count, const char* const* arguments) const {
             setter->second(option, arguments[i]);
         else
             throw UsageError("option " + std::string(option) + " needs a value");
+    }
+}
+
+int runProgram(const std::string& name, const std::function<void()>& program) {
+    try {
+        program();
+        return 0;
+    } catch (const UsageError& error) {
+        std::cerr << name << ": " << error.what() << "\nTry '" << name << " --help'.\n";
+        return 2;
+    } catch (const std::exception& error) {
+        std::cerr << name << ": " << error.what() << '\n';
+        return 1;
     }
 }
 

@@ -31,6 +31,10 @@ struct Arguments {
     void read(int count, const char* const* arguments) const;
 };
 
+/// Runs a program and gives its exit status: 0, 2 for a command line that cannot be followed, 1 for any other
+/// exception, whose text it writes to standard error after the program's name.
+[[nodiscard]] int runProgram(const std::string& name, const std::function<void()>& program);
+
 /// @throws UsageError "bad value 'VALUE' for OPTION: expected EXPECTED"
 [[noreturn]] void refuse(std::string_view option, std::string_view value, const std::string& expected);
 

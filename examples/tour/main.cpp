@@ -1,11 +1,11 @@
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
 
+#include <examples/common/arguments.h>
 #include <examples/common/scene.h>
 
 #include "attributes.h"
@@ -78,18 +78,11 @@ void tour(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
+    return runProgram("tour", [&] {
         const Options options = parseOptions(argc, argv);
         if (options.help)
             printHelp(std::cout);
         else
             tour(options);
-        return 0;
-    } catch (const UsageError& error) {
-        std::cerr << "tour: " << error.what() << "\nTry 'tour --help'.\n";
-        return 2;
-    } catch (const std::exception& error) {
-        std::cerr << "tour: " << error.what() << '\n';
-        return 1;
-    }
+    });
 }

@@ -1,6 +1,5 @@
 #include <chrono>
 #include <cstdlib>
-#include <exception>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -9,6 +8,8 @@
 
 #include <semaphore.h>
 #include <signal.h>
+
+#include <examples/common/arguments.h>
 
 #include "clients.h"
 #include "derived_fields.h"
@@ -95,18 +96,11 @@ void serve(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
+    return examples::runProgram("scripts/view.sh", [&] {
         const Options options = parseOptions(argc, argv);
         if (options.help)
             printHelp(std::cout);
         else
             serve(options);
-        return 0;
-    } catch (const examples::UsageError& error) {
-        std::cerr << "view.sh: " << error.what() << "\nTry 'scripts/view.sh --help'.\n";
-        return 2;
-    } catch (const std::exception& error) {
-        std::cerr << "view.sh: " << error.what() << '\n';
-        return 1;
-    }
+    });
 }

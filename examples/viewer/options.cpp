@@ -25,7 +25,7 @@ Options parseOptions(int count, const char* const* arguments) {
 }
 
 void printHelp(std::ostream& out) {
-    out << R"(usage: view.sh [FILE...] [OPTION...]
+    out << R"(usage: scripts/view.sh [FILE...] [OPTION...]
 
 Reads point clouds (PLY, LAS, text, OBJ), organises them in a nested octree and serves a page that shows them
 in a browser. Without a file it shows the cloud that comes with the examples. Ctrl-C ends it.
