@@ -43,6 +43,7 @@ void ColorDepth::convert(std::span<const float> values, core::ColorRGB* colors, 
             colors[i].data()[channel] = byteOf(values[i] > 0.0f ? values[i] : 0.0f);  // NaN is 0
         }
     };
+    // NOLINTBEGIN(bugprone-incorrect-roundings): the values are not negative
     switch (depth_) {
         case Depth::Unit:
             write([](float v) { return static_cast<std::uint8_t>(v * 255.0f + 0.5f); });
@@ -56,6 +57,7 @@ void ColorDepth::convert(std::span<const float> values, core::ColorRGB* colors, 
             });
             break;
     }
+    // NOLINTEND(bugprone-incorrect-roundings)
 }
 
 void ColorDepth::finish(std::span<core::ColorRGB> all) const {

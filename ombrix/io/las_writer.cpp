@@ -148,7 +148,7 @@ void LasPoints::store(std::uint64_t i, unsigned char* at) const {
     at[17] = static_cast<unsigned char>(userData_(i));
     detail::storeLittle(at + 18, static_cast<std::uint16_t>(source_(i)));
     const core::ColorRGB color = i < cloud_->colors().size() ? cloud_->colors()[i] : core::ColorRGB{};
-    for (int c = 0; c < 3; ++c) {
+    for (std::size_t c = 0; c < 3; ++c) {
         detail::storeLittle(at + 20 + 2 * c, static_cast<std::uint16_t>(color.data()[c] << 8));
     }
 }

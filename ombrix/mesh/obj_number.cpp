@@ -96,7 +96,7 @@ char* formatFloat(char* out, float value, int digits) noexcept {
                 *out++ = '-';
             }
             // Integer part, padded where trailing zeros were cut, or the zeros that lead the decimals.
-            char text[16];
+            char text[16] = {};
             std::to_chars(text, text + sizeof text, scaled);
             const char* digit = text;
             int left = kept;

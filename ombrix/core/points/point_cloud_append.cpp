@@ -71,6 +71,7 @@ void PointCloud::push_back(const PointCloud& other, const Indices& indices, bool
     }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers were given this signature
 void PointCloud::push_back(const PointCloud& other, const Indices& indices, Vector3f offset,
                            bool positionsOnly) {
     const std::size_t first = positions_.size();
