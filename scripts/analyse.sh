@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Installs what is missing and runs clang-tidy (.clang-tidy) and cppcheck over the library, the examples, the
-# benchmarks and the fuzz targets; fails on any finding.
-#   scripts/analyse.sh             everything
-#   scripts/analyse.sh FILE...     clang-tidy over these sources alone
+# Installs what is missing and runs cppcheck over the library, the examples, the benchmarks and the fuzz targets
+# and clang-tidy (.clang-tidy) over the library; fails on any finding.
+#   scripts/analyse.sh             both
+#   scripts/analyse.sh FILE...     clang-tidy over these sources alone, of any folder
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,8 +12,7 @@ cmake --preset dev -B "$build" -DOMBRIX_BUILD_BENCHMARKS=ON >/dev/null
 
 sources=("$@")
 if [ ${#sources[@]} -eq 0 ]; then
-    mapfile -t sources < <(git ls-files 'ombrix/*.cpp' 'examples/*.cpp' 'benchmarks/*.cpp' |
-        grep -v -e _windows.cpp -e ^benchmarks/peers/)
+    mapfile -t sources < <(git ls-files 'ombrix/*.cpp' | grep -v _windows.cpp)
     # Style is clang-tidy's; here what cppcheck alone looks at.
     echo "cppcheck"
     cppcheck --quiet -j "$(nproc)" --std=c++20 --language=c++ --inline-suppr --error-exitcode=1 \
