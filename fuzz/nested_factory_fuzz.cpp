@@ -110,8 +110,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 core::Octree::Node node;
                 node.key = someKey();
                 node.children = input.take<std::uint8_t>();
-                // What becomes of points that a node holds in the other form is the caller's
-                if (heldBy(factory, node.key).empty()) {
+                // What becomes of points that a node holds in the other form, and of children that the mask
+                // forgets, is the caller's
+                const auto known = factory.nodes().find(node.key);
+                if (heldBy(factory, node.key).empty() &&
+                    (known == factory.nodes().end() || known->second.children == 0)) {
                     factory.add_node(node);
                     derived.add_node(node);
                 }

@@ -35,7 +35,7 @@ unsigned int depthOf(Key key) {
 
 Keys childrenOf(const Model& model, Key key, unsigned int mask) {
     Keys result;
-    for (Key octant = 0; octant < 8 && depthOf(key) < 21; ++octant) {
+    for (Key octant = 0; octant < 8 && key != 0 && key < (Key{1} << 61); ++octant) {
         if ((mask >> octant & 1) != 0 && model.contains(key * 8 + octant)) {
             result.push_back(key * 8 + octant);
         }

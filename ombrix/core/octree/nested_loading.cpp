@@ -1,3 +1,5 @@
+#include <utility>
+
 #include <ombrix/core/octree/nested_octree_factory.h>
 #include <ombrix/core/points/point_reader_detail.h>
 
@@ -19,13 +21,15 @@ void NestedOctreeFactory::add_node_pc(std::uint64_t key, const PointCloud& cloud
     if (key >> (3 * depth) != 1) {
         return;
     }
-    linkToRoot(key);
-
     Node& loaded = node(key);
     loaded.expanded = false;
     loaded.grid.clear();
     loaded.points.clear();
-    loaded.points.reserve(cloud.size());
+    linkToRoot(key);
+
+    // An ancestor that was a bucket hands down what it does not keep, perhaps to this node
+    const std::vector<Point> handedDown = std::exchange(loaded.points, {});
+    loaded.points.reserve(cloud.size() + handedDown.size());
     const detail::PointReader reader(cloud);
     for (std::uint64_t i = 0; i < cloud.size(); ++i) {
         Point p = reader.point(i);
@@ -34,8 +38,9 @@ void NestedOctreeFactory::add_node_pc(std::uint64_t key, const PointCloud& cloud
         p.index = morton_keyd(position).key;
         loaded.points.push_back(p);
     }
+    loaded.points.insert(loaded.points.end(), handedDown.begin(), handedDown.end());
 
-    if (cloud.size() == 0 && loaded.children == 0 && depth > 0) {
+    if (loaded.points.empty() && loaded.children == 0 && depth > 0) {
         clearChild(node(parent_key(key)), static_cast<std::uint8_t>(key & 7));
     }
 }

@@ -8,10 +8,11 @@
 namespace ombrix::core::detail {
 
 /// Calls visit(child key, octant) for the children of `key` that `mask` names and the tree holds, in octant
-/// order. A node at depth 21 has none: its children's keys would wrap around.
+/// order. A node at depth 21 has none: its children's keys would wrap around, as would those of some keys
+/// that no node of a tree can have.
 template <class Visit>
 void forEachChildKey(const Octree& octree, std::uint64_t key, std::uint8_t mask, const Visit& visit) {
-    if (node_depth(key) >= Octree::MAX_DEPTH) {
+    if (key == 0 || key >> 61 != 0) {
         return;
     }
     for (unsigned int octant = 0; octant < 8; ++octant) {

@@ -116,4 +116,19 @@ TEST(NestedLoading, AReloadedTreeGrowsOn) {
     EXPECT_EQ(rowsOf(octree), rowsOf(twice));
 }
 
+TEST(NestedLoading, KeepsWhatABucketAboveHandsDownToTheLoadedNode) {
+    NestedOctreeFactory factory(Vector3f::Zero(), 1.0f);
+    PointCloud above;
+    above.positions() = {{0.1f, 0.1f, 0.1f}, {0.1f, 0.1f, 0.1f}, {0.1f, 0.1f, 0.1f}};  // one cell keeps one
+    above.resize(3);
+    factory.add(above);
+    PointCloud below;
+    below.positions() = {{0.2f, 0.2f, 0.2f}};
+    below.resize(1);
+    factory.add_node_pc(8, below);
+    EXPECT_EQ(factory.size(), 4u);
+    factory.add_node_pc(8, below);
+    EXPECT_EQ(factory.size(), 2u) << "loading again replaces all that the node holds";
+}
+
 }  // namespace

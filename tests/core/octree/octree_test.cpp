@@ -222,4 +222,14 @@ TEST(OctreeSpacing, PicksTheDepthWhoseSampleCellsAreFineEnough) {
     EXPECT_EQ(octree.max_depth(1e-9f), 3u) << "no deeper than the deepest leaf";
 }
 
+TEST(OctreeWalk, EndsOnKeysWhoseChildrenWouldWrapAround) {
+    Octree octree;
+    const std::uint64_t wraps = std::uint64_t{1} << 61 | 1;  // eight times this is 8
+    octree.add_node(wraps).children = 0xff;
+    octree.add_node(8).children = 0xff;
+    EXPECT_EQ(octree.branch(wraps, 21), std::vector<std::uint64_t>{wraps});
+    EXPECT_EQ(octree.remove_branch(wraps).size(), 1u);
+    EXPECT_TRUE(octree.hasKey(8));
+}
+
 }  // namespace
