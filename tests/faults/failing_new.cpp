@@ -8,18 +8,26 @@ namespace {
 std::atomic<std::int64_t> live{0};
 std::atomic<std::int64_t> untilFailure{0};
 
-void* allocate(std::size_t size, std::size_t alignment) {
+/// Null when this is the allocation that fails, or memory is out.
+void* allocateOrNull(std::size_t size, std::size_t alignment) noexcept {
     if (untilFailure.load(std::memory_order_relaxed) > 0 && untilFailure.fetch_sub(1) == 1) {
-        throw std::bad_alloc();
+        return nullptr;
     }
     // A multiple of the alignment, as std::aligned_alloc wants it, and never none
     const std::size_t bytes = (size + alignment) / alignment * alignment;
     void* const block =
         alignment > alignof(std::max_align_t) ? std::aligned_alloc(alignment, bytes) : std::malloc(bytes);
+    if (block != nullptr) {
+        live.fetch_add(1, std::memory_order_relaxed);
+    }
+    return block;
+}
+
+void* allocate(std::size_t size, std::size_t alignment) {
+    void* const block = allocateOrNull(size, alignment);
     if (block == nullptr) {
         throw std::bad_alloc();
     }
-    live.fetch_add(1, std::memory_order_relaxed);
     return block;
 }
 
@@ -44,12 +52,19 @@ void failAllocation(std::int64_t n) {
 
 }  // namespace ombrix::test
 
-// The forms for arrays and those that do not throw call these.
+// The forms for arrays call these. Those that do not throw would, too, but for sanitizers, which bring their
+// own.
 void* operator new(std::size_t size) {
     return allocate(size, 1);
 }
 void* operator new(std::size_t size, std::align_val_t alignment) {
     return allocate(size, static_cast<std::size_t>(alignment));
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocateOrNull(size, 1);
+}
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    return allocateOrNull(size, static_cast<std::size_t>(alignment));
 }
 void operator delete(void* block) noexcept {
     release(block);

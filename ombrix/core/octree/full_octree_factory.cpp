@@ -17,7 +17,13 @@ FullOctreeFactory::FullOctreeFactory(const Vector3f& origin, float extend, unsig
     : OctreeFactory(origin, extend), capacity_(capacity) {}
 
 void FullOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift) {
-    detail::appendEven(cloud_, cloud, shift - origin_.cast<double>(), false);
+    detail::AppendRollback before(cloud_);
+    try {
+        detail::appendEven(cloud_, cloud, shift - origin_.cast<double>(), false);
+    } catch (...) {
+        before.undo();  // memory ran out: arrays of unlike lengths must not stay
+        throw;
+    }
     widenScalarRange(cloud);
 }
 
