@@ -201,7 +201,7 @@ describe("the page in a browser", () => {
     await page.waitForFunction(() => document.getElementById("distance").textContent.startsWith("Distance"));
     assert.ok((await check()) > 10);
     assert.match(await page.locator("#measured").textContent(), /589\d{3}\.\d{3}/);
-    assert.ok(await page.locator("#measure-label").isVisible());
+    await page.locator("#measure-label").waitFor({ state: "visible" }); // with the next picture drawn
 
     await page.keyboard.press("Escape");
     await page.focus("#view");
@@ -227,7 +227,7 @@ describe("the page in a browser", () => {
       await page.waitForTimeout(200);
       await settle(page);
       pictures.push(await picture(page));
-      assert.equal(await page.locator("#legend").isVisible(), name !== "normal");
+      await page.locator("#legend").waitFor({ state: name === "normal" ? "hidden" : "visible" });
       for (const before of pictures.slice(0, -1)) assert.ok((await difference(page, before, pictures.at(-1))) > 0.05, name);
     }
     const low = Number(await page.locator("#legend-low").textContent());
