@@ -211,8 +211,7 @@ TEST_F(TourPictures, ShowValuesInTheColoursOfTheMap) {
 }
 
 TEST_F(TourPictures, DoNotDependOnTheNumberOfThreads) {
-    if (std::system("taskset -c 0 true") != 0)
-        GTEST_SKIP() << "there is no taskset";
+    ASSERT_EQ(std::system("taskset -c 0 true"), 0);
     for (const char* picture : {"flight_01.png", "sheet.png"}) {
         const auto several = tour("--sheet --budget 30000 --tree full", picture);
         const auto one = tour("--sheet --budget 30000 --tree full", picture, "taskset -c 0 ");

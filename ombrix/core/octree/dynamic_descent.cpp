@@ -4,6 +4,7 @@
 #include <ombrix/core/octree/dynamic_descent_detail.h>
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/node_frame_detail.h>
+#include <ombrix/core/octree/prefetch_detail.h>
 
 namespace ombrix::core::detail {
 namespace {
@@ -14,17 +15,16 @@ constexpr std::size_t MAX_PREFETCHED = 1u << 6;  // arrivals, more would not sta
 /// Has the memory of the arriving points fetched: they lie anywhere in their cloud.
 void prefetch(const Arrivals& arrivals) {
     for (const Arrivals::Pair* pair = arrivals.first; pair != arrivals.last; ++pair) {
-        __builtin_prefetch(arrivals.cloud->positions().data() + pair->first);
-        __builtin_prefetch(arrivals.cloud->colors().data() + pair->first);
-        __builtin_prefetch(arrivals.cloud->scalars().data() + pair->first);
+        prefetchPoint(*arrivals.cloud, pair->first);
     }
 }
 
 /// Has the places fetched where points are going to be appended.
 void prefetchEnds(const PointCloud& cloud) {
-    __builtin_prefetch(cloud.positions().data() + cloud.size(), 1);
-    __builtin_prefetch(cloud.colors().data() + cloud.size(), 1);
-    __builtin_prefetch(cloud.scalars().data() + cloud.size(), 1);
+    const auto fetch = [](const auto& values) { __builtin_prefetch(values.data() + values.size(), 1); };
+    fetch(cloud.positions());
+    fetch(cloud.colors());
+    fetch(cloud.scalars());
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/octree_converter.h>
+#include <ombrix/core/octree/prefetch_detail.h>
 #include <ombrix/core/octree/recursive_build_detail.h>
 
 namespace ombrix::core {
@@ -113,16 +114,7 @@ private:
             return;
         }
         for (std::uint64_t p = run.first; p <= run.last; ++p) {
-            const std::uint64_t index = pairs_[p].first;
-            fetch(cloud_.positions(), index);
-            fetch(cloud_.colors(), index);
-            fetch(cloud_.scalars(), index);
-        }
-    }
-    template <class T>
-    static void fetch(const std::vector<T>& values, std::uint64_t index) {
-        if (index < values.size()) {
-            __builtin_prefetch(&values[index]);
+            detail::prefetchPoint(cloud_, pairs_[p].first);
         }
     }
 
