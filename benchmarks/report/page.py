@@ -134,8 +134,9 @@ def memory_table(results):
         if "ombrix" not in libraries or libraries["ombrix"].peak_bytes < 1e6:
             continue
         lines.append([row.title, memory(libraries["ombrix"].peak_bytes),
-                      ", ".join(f"{label(library)} {memory(count)}" for count, library in sorted(others))])
-    yield from table(["work", "ombrixcore", "beside it"], lines)
+                      ", ".join(f"{label(library)} {memory(count)}" for count, library in sorted(others)),
+                      seconds(libraries["ombrix"].first_seconds)])
+    yield from table(["work", "ombrixcore", "beside it", "ombrixcore's first run"], lines)
 
 
 def threads_table(results):
@@ -224,9 +225,11 @@ def section(results, pictures):
         plots.growth(results, rows, pictures / f"performance_{results.name}_growth.png")
         yield f"![Time and memory for a point](pictures/performance_{results.name}_growth.png)"
         yield ""
-    yield "### Peak memory"
+    yield "### Peak memory and first run"
     yield ""
-    yield "What the work takes beyond its input, the result included."
+    yield ("What the work takes beyond its input, the result included; and how long the first run takes, which waits "
+           "for the kernel to hand out and clear that memory. The times above are those of later runs, in a process "
+           "that keeps the memory it has freed; this holds for every library here.")
     yield ""
     yield from memory_table(results)
     yield from view_table(results)

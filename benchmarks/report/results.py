@@ -1,6 +1,7 @@
 """Reads what the benchmark programs wrote."""
 
 import json
+import re
 import statistics
 from collections import defaultdict
 from dataclasses import dataclass, field
@@ -15,6 +16,12 @@ class Sample:
 
     seconds: list = field(default_factory=list)
     peak_bytes: float = 0.0
+    first_seconds: float = 0.0  # of the run before, from an empty heap
+
+    def add(self, other):
+        self.seconds += other.seconds
+        self.peak_bytes = max(self.peak_bytes, other.peak_bytes)
+        self.first_seconds = max(self.first_seconds, other.first_seconds)
 
     @property
     def median(self):
@@ -54,9 +61,9 @@ class Results:
         program = stem.rsplit("-", 1)[0]
         for run in runs:
             row, library, size = run["name"].split("/")[:3]
-            sample = self.samples[row, int(size)][program][library]
-            sample.seconds.append(run["real_time"] * UNITS[run["time_unit"]])
-            sample.peak_bytes = max(sample.peak_bytes, run.get("peak_bytes", 0.0))
+            self.samples[row, int(size)][program][library].add(
+                Sample([run["real_time"] * UNITS[run["time_unit"]]], run.get("peak_bytes", 0.0),
+                       run.get("first_seconds", 0.0)))
 
     def _read_view(self, runs):
         by_name = defaultdict(list)
@@ -65,6 +72,7 @@ class Results:
         for name, group in by_name.items():
             seconds = statistics.median(run["real_time"] * UNITS[run["time_unit"]] for run in group)
             self.view.append((name, seconds, group[0]))
+        self.view.sort(key=lambda entry: (entry[0].split("/")[0], [int(n) for n in re.findall(r"\d+", entry[0])]))
 
     def sizes(self, row):
         return sorted(size for name, size in self.samples if name == row)
@@ -74,8 +82,7 @@ class Results:
         merged = defaultdict(Sample)
         for program in self.samples[row, size].values():
             for library, sample in program.items():
-                merged[library].seconds += sample.seconds
-                merged[library].peak_bytes = max(merged[library].peak_bytes, sample.peak_bytes)
+                merged[library].add(sample)
         return dict(merged)
 
     def ratio(self, row, size, library):

@@ -11,7 +11,6 @@
 namespace ombrix::benchmarks {
 namespace {
 
-constexpr std::int64_t SLOW_ONCE_FROM = 5'000'000;
 constexpr std::int64_t CAP = 10'000'000;
 
 bool anyFailed = false;
@@ -22,6 +21,7 @@ struct First {
     Answer answer;
 };
 std::map<std::string, First> firstAnswers;
+std::map<std::string, FirstRun> firstRuns;
 
 bool isClose(double a, double b, double tolerance) {
     return std::abs(a - b) <= tolerance * std::max({std::abs(a), std::abs(b), 1.0});
@@ -33,7 +33,7 @@ void registerMeasure(const Row& row, const std::string& library, Pace pace, RunM
     const auto add = [&](std::int64_t size) {
         auto* bench = benchmark::RegisterBenchmark((std::string(row.name) + "/" + library).c_str(), run);
         bench->Arg(size)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseManualTime();
-        if (pace == Pace::SLOW && size >= SLOW_ONCE_FROM) {
+        if (isTakenOnce(pace, size)) {
             bench->Repetitions(1);
         }
     };
@@ -46,6 +46,16 @@ void registerMeasure(const Row& row, const std::string& library, Pace pace, RunM
             add(size);
         }
     }
+}
+
+FirstRun firstRun(const std::string& measure, const std::function<double()>& run) {
+    const auto [it, isFirst] = firstRuns.try_emplace(measure);
+    if (isFirst) {
+        const PeakMemory memory;
+        it->second.seconds = run();
+        it->second.peakBytes = memory.bytes();
+    }
+    return it->second;
 }
 
 void compareAnswers(benchmark::State& state, const Row& row, const std::string& library,
@@ -77,6 +87,7 @@ int runMeasures(int argc, char** argv, std::initializer_list<void (*)()> registr
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 2;
     }
+    keepHeap();
     try {
         for (void (*registerAll)() : registrations) {
             registerAll();

@@ -9,6 +9,15 @@
 
 namespace ombrix::benchmarks {
 
+/// Makes freed memory stay with the process, large arrays too, so that what is timed is the work and not the
+/// kernel's clearing of pages, which differs from run to run.
+inline void keepHeap() {
+#if defined(__GLIBC__)
+    mallopt(M_MMAP_MAX, 0);
+    mallopt(M_TRIM_THRESHOLD, -1);
+#endif
+}
+
 /// What a piece of work takes in memory beyond what the process holds when the meter is made: its peak of
 /// resident bytes. Linux only; 0 elsewhere.
 class PeakMemory {

@@ -4,8 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include <nanoflann.hpp>
-
+#include <ombrix/core/analysis/kd_parallel_build_detail.h>
 #include <ombrix/core/analysis/kd_results_detail.h>
 #include <ombrix/core/services/work_detail.h>
 #include <ombrix/core/types.h>
@@ -38,14 +37,14 @@ public:
     void end() { work_ = nullptr; }
     void read() const {
         constexpr std::uint32_t EVERY = 1u << 16;
-        if (work_ != nullptr && ++reads_ % EVERY == 0) {
+        thread_local std::uint32_t reads = 0;
+        if (work_ != nullptr && ++reads % EVERY == 0) {
             work_->check();
         }
     }
 
 private:
-    Work* work_ = nullptr;
-    mutable std::uint32_t reads_ = 0;  ///< not touched by queries, which may run at once
+    Work* work_ = nullptr;  ///< null for queries
 };
 
 /// nanoflann's index over a vector that the caller keeps. Its address must not change: nanoflann refers to
@@ -108,7 +107,7 @@ private:
         }
     };
     using Metric = nanoflann::L2_Simple_Adaptor<float, Dataset, float, std::size_t>;
-    using Tree = nanoflann::KDTreeSingleIndexAdaptor<Metric, Dataset, 3, std::size_t>;
+    using Tree = KdParallelBuild<nanoflann::KDTreeSingleIndexAdaptor<Metric, Dataset, 3, std::size_t>>;
 
     /// Hands the points that an entry stands for on to a result.
     template <class Result>
