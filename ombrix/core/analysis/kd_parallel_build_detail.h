@@ -1,9 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_invoke.h>
+#include <tbb/task_arena.h>
 #include <nanoflann.hpp>
 
 namespace ombrix::core::detail {
@@ -41,7 +43,8 @@ public:
         }
         this->m_size = this->m_size_at_index_build = count;
         this->computeBoundingBox(this->root_bbox);
-        this->root_node = divide(0, count, this->root_bbox);
+        // A caller may hold a lock, or be a task itself: waiting must not run what is not of this tree.
+        tbb::this_task_arena::isolate([&] { this->root_node = divide(0, count, this->root_bbox); });
     }
 
 private:

@@ -1,14 +1,15 @@
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <limits>
 #include <numeric>
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
+#include <tbb/parallel_reduce.h>
 
 #include <ombrix/core/analysis/spatial_order_detail.h>
 #include <ombrix/core/octree/morton.h>
+#include <ombrix/core/octree/radix_sort_detail.h>
 
 namespace ombrix::core::detail {
 namespace {
@@ -24,14 +25,20 @@ struct Box {
 };
 
 Box finiteBox(const std::vector<Vector3f>& points) {
-    Box box;
-    for (const Vector3f& p : points) {
-        if (p.allFinite()) {
-            box.min = box.min.cwiseMin(p);
-            box.max = box.max.cwiseMax(p);
-        }
-    }
-    return box;
+    return tbb::parallel_reduce(
+        tbb::blocked_range<std::size_t>(0, points.size(), SPATIAL_GRAIN), Box(),
+        [&](const tbb::blocked_range<std::size_t>& range, Box box) {
+            for (std::size_t i = range.begin(); i != range.end(); ++i) {
+                if (points[i].allFinite()) {
+                    box.min = box.min.cwiseMin(points[i]);
+                    box.max = box.max.cwiseMax(points[i]);
+                }
+            }
+            return box;
+        },
+        [](const Box& a, const Box& b) {
+            return Box{a.min.cwiseMin(b.min), a.max.cwiseMax(b.max)};
+        });
 }
 
 std::uint32_t cell(float offset, float cellsPerUnit) {
@@ -64,31 +71,15 @@ std::vector<std::uint64_t> codedIndices(const std::vector<Vector3f>& points, Wor
     return words;
 }
 
-/// Stable sort by the code alone: three counting passes of ten bits.
+struct Itself {
+    std::uint64_t operator()(std::uint64_t word) const noexcept { return word; }
+};
+
+/// Sorts by the code; the indices, which ascend, keep equal codes in their order.
 void sortByCode(std::vector<std::uint64_t>& words, Work* work) {
-    constexpr std::size_t DIGITS = std::size_t{1} << CELL_BITS;
-    std::array<std::array<std::size_t, DIGITS>, 3> starts{};
-    const auto digit = [](std::uint64_t word, unsigned int pass) {
-        return word >> (INDEX_BITS + pass * CELL_BITS) & (DIGITS - 1);
-    };
-    for (const std::uint64_t word : words) {
-        for (unsigned int pass = 0; pass < 3; ++pass) {
-            ++starts[pass][digit(word, pass)];
-        }
-    }
-    std::vector<std::uint64_t> sorted(words.size());
-    for (unsigned int pass = 0; pass < 3; ++pass) {
-        std::exclusive_scan(starts[pass].begin(), starts[pass].end(), starts[pass].begin(), std::size_t{0});
-        constexpr std::size_t PORTION = std::size_t{1} << 18;
-        for (std::size_t first = 0; first < words.size(); first += PORTION) {
-            check(work);
-            const std::size_t end = std::min(words.size(), first + PORTION);
-            for (std::size_t i = first; i != end; ++i) {
-                sorted[starts[pass][digit(words[i], pass)]++] = words[i];
-            }
-        }
-        words.swap(sorted);
-    }
+    const RadixSort<std::uint64_t, Itself> sort(64, INDEX_BITS);
+    const RawArray<std::uint64_t> scratch(words.size());
+    sort.inParallel(words.data(), scratch.data(), words.size(), work);
 }
 
 }  // namespace
