@@ -5,7 +5,7 @@
 #   scripts/bench.sh --growth   up to 50 million points; about an hour and 16 GiB of memory
 #   scripts/bench.sh FILE       the points of a file (PLY, LAS, text or OBJ) in place of the terrain
 #   --sizes N,N...              other numbers of terrain points
-#   --rounds N                  how often each measure is taken, in turn with the others (3)
+#   --rounds N                  how often each measure is taken, in turn with the others (3; at most 2 beyond 10 million)
 # Installs what is missing. The page shows the last results of the terrain and of every file measured so far;
 # they are kept in build/peers/results. The README's table follows runs over terrain of the usual sizes.
 set -euo pipefail
@@ -56,7 +56,7 @@ measure() {
     [ -x "$program" ] || return 0
     echo "$(date +%T) $2"
     # Some peers print as they work; what counts is in the result.
-    "$program" --benchmark_filter="$3" --benchmark_repetitions="$rounds" --benchmark_min_time=0.1 \
+    "$program" --benchmark_filter="$3" --benchmark_repetitions="$turns" --benchmark_min_time=0.1 \
         --benchmark_enable_random_interleaving=true --benchmark_out="$results/$2.json" \
         --benchmark_out_format=json >"$results/$2.log" 2>&1 || {
         echo "$1 failed or found answers that differ: see $results/$2.log" >&2
@@ -67,13 +67,14 @@ measure() {
 overMeshes='^(obj_|mesh_|small_mesh_)'
 programs=(nanoflann cgal flann pcl open3d)
 for size in "${sizes[@]}"; do
-    filter="-$overMeshes" own="-$overMeshes"
+    filter="-$overMeshes" own="-$overMeshes" turns=$rounds
     if [ "$size" != all ]; then
         export OMBRIX_BENCH_SIZES=$size
         # Beyond 10 million points: what the peers finish in reason, and the library on all threads.
         [ "$size" -le 10000000 ] || {
             filter='^(full_octree|kdtree_build|grid_merge_mean|ply_read)'
             own="-$overMeshes|/1_thread/"
+            turns=$((rounds < 2 ? rounds : 2))
         }
     fi
     measure machine_peer "machine-$size" "-$overMeshes"
@@ -83,6 +84,7 @@ for size in "${sizes[@]}"; do
     measure rows_bench "ombrix-$size" "$own"
 done
 if [ -z "$cloud" ]; then
+    turns=$rounds
     for program in machine tinyobj open3d; do
         measure "${program}_peer" "$program-meshes" "$overMeshes"
     done
