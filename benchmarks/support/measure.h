@@ -47,9 +47,11 @@ void compareAnswers(benchmark::State& state, const Row& row, const std::string& 
 struct FirstRun {
     double seconds = 0;
     double peakBytes = 0;
+    int heapsGivenBack = 0;  ///< to the kernel, when the measure was run last without being timed
 };
 
-/// The first run of a measure, made when it is first asked for.
+/// The first run of a measure, made when it is first asked for. As every first run gives the free heap back to
+/// the kernel, the measure is run once more where others made theirs since: the next run finds the heap kept.
 FirstRun firstRun(const std::string& measure, const std::function<double()>& run);
 
 /// Times `work` in a state's loop; the result of the last run. Freeing results is not timed. The peak of
