@@ -69,12 +69,15 @@ inline void requireFullTree(const core::Octree& tree, std::uint64_t threshold, s
     }
 }
 
-/// Finite points that lie in the root cube lie in their node's, up to rounding.
+/// Finite points that lie in the root cube lie in their node's, up to rounding: of positions to the finest
+/// cells, and of the world's coordinates, which are formed in double.
 inline void requirePointsInBoxes(const core::Octree& tree) {
     const float edge = tree.extend();
     if (!(edge > 1e-30f && edge < 1e30f)) {
         return;
     }
+    const core::Vector3f tolerance =
+        tree.origin().cwiseAbs() * 0x1p-51f + core::Vector3f::Constant(edge * 0x1p-21f);
     for (const auto& [key, node] : tree.nodes()) {
         if (!node.pc) {
             continue;
@@ -86,7 +89,7 @@ inline void requirePointsInBoxes(const core::Octree& tree) {
             const core::Vector3f p = position + offset;
             for (int axis = 0; axis < 3; ++axis) {
                 if (p[axis] >= 0.0f && p[axis] <= edge) {
-                    require(std::abs(p[axis] - box.center[axis]) <= box.radius + edge * 0x1p-21f,
+                    require(std::abs(p[axis] - box.center[axis]) <= box.radius + tolerance[axis],
                             "points lie in their nodes");
                 }
             }
