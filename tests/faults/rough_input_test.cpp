@@ -1,8 +1,12 @@
 // Clouds that no scanner should make but some file holds, through every builder and every analysis: each
 // ends in a time that grows with the number of points, and loses none.
 
+#include <algorithm>
 #include <cmath>
+#include <initializer_list>
 #include <limits>
+#include <numbers>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -76,6 +80,47 @@ std::vector<NamedCloud> roughClouds() {
             {"mixed", withAttributes(mixedPoints(MANY))}};
 }
 
+/// Looks along +z at the middle of a cube from outside, with all of it in sight.
+ViewFrustum cameraBefore(const Octree& octree) {
+    const float edge = octree.extend();
+    ViewFrustum camera;
+    camera.setIntrinsics(90.0f, 1.0f);
+    camera.setPixelSize(1000, 1000);
+    camera.setClipPlane(edge * 0.01f, edge * 10.0f);
+    ViewFrustum::Pose pose = ViewFrustum::Pose::Identity();
+    pose.translation() = Vector3f(edge * 0.5f, edge * 0.5f, edge * -2.0f);
+    camera.setPosition(pose);
+    return camera;
+}
+
+/// Selects everything in sight, then a few nodes, and checks what was selected against the tree.
+/// @return  the points in sight.
+std::uint64_t expectSelections(Octree& octree) {
+    const ViewFrustum camera = cameraBefore(octree);
+    Visibility visibility(octree);
+    const std::uint64_t all = visibility.update(camera, octree.size() + 1, 0.0f);
+    for (const std::uint64_t budget : {octree.size() + 1, octree.size() / 3}) {
+        const std::uint64_t selected = visibility.update(camera, budget, 0.0f);
+        std::uint64_t points = 0;
+        std::set<std::uint64_t> seen;
+        for (const std::uint64_t key : visibility.getVisibleNodeKeys()) {
+            EXPECT_LT(points, budget) << "the budget ends the selection";
+            EXPECT_TRUE(key == 1 || seen.count(parent_key(key)) == 1) << "a node before its parent";
+            EXPECT_TRUE(seen.insert(key).second) << "a node twice";
+            points += octree.node_pc(key)->size();
+        }
+        EXPECT_EQ(points, selected);
+        visibility.buildHierarchy(true);
+        EXPECT_EQ(visibility.getHierarchy().size(), seen.size());
+    }
+    ViewFrustum nowhere = camera;
+    ViewFrustum::Pose pose = ViewFrustum::Pose::Identity();
+    pose.translation().setConstant(NAN_);
+    nowhere.setPosition(pose);
+    EXPECT_LE(visibility.update(nowhere, octree.size(), 0.0f), octree.size());
+    return all;
+}
+
 class RoughInput : public ::testing::Test {
 protected:
     /// Made once for all tests.
@@ -133,6 +178,24 @@ TEST_F(RoughInput, OfTheBuilders) {
     }
 }
 
+TEST_F(RoughInput, OfTheSelection) {
+    for (const auto& [name, cloud] : clouds()) {
+        SCOPED_TRACE(name);
+        Octree box;
+        box.add_node(1).pc = std::make_shared<PointCloud>(cloud);
+        FullOctreeFactory fullFactory(box.pc_origin(), box.pc_top(), 100);
+        fullFactory.add(cloud);
+        NestedOctreeFactory nestedFactory(box.pc_origin(), box.pc_top());
+        nestedFactory.add(cloud);
+        for (OctreeFactory* factory : std::initializer_list<OctreeFactory*>{&fullFactory, &nestedFactory}) {
+            Octree octree;
+            (*factory)(octree);
+            const std::uint64_t seen = expectSelections(octree);
+            EXPECT_TRUE(seen == cloud.size() || name != "line") << seen << " points in sight";
+        }
+    }
+}
+
 TEST_F(RoughInput, OfTheAnalyses) {
     for (const auto& [name, source] : clouds()) {
         SCOPED_TRACE(name);
@@ -167,6 +230,39 @@ TEST_F(RoughInput, OfTheAnalyses) {
             ASSERT_TRUE(!isFinite(i) || density.values()[i] > 0.0f) << "a point counts itself";
         }
         EXPECT_NE(ombrix::test::printedBy([&] { density.setColor(cloud); }), "");
+
+        constexpr float RADIUS = 0.0505f;
+        constexpr double BALL = 4.0 / 3.0 * std::numbers::pi * RADIUS * RADIUS * RADIUS;
+        density.volumeDensity(points, tree, RADIUS);
+        for (std::size_t i = 0; i < points.size(); i += points.size() / 4) {
+            const auto near = std::count_if(points.begin(), points.end(), [&](const Vector3f& p) {
+                return (p - points[i]).squaredNorm() < RADIUS * RADIUS;
+            });
+            EXPECT_NEAR(density.values()[i] * BALL, static_cast<double>(near),
+                        1e-5 * static_cast<double>(near))
+                << "around point " << i;
+        }
+
+        Curvature curvature;
+        curvature.values().resize(points.size());
+        std::vector<std::size_t> nearest8;
+        std::vector<float> sqDists;
+        for (std::size_t i = 0; i < points.size(); i += points.size() / 500) {
+            PCA axes;
+            const std::size_t found = tree.knnSearch(points[i], 8, nearest8, sqDists);
+            nearest8.resize(found);
+            sqDists.resize(found);
+            axes.compute(points, nearest8);
+            const float variation = axes.curvature();
+            const bool squaresFit =
+                name != "huge" && name != "largest" && !sqDists.empty() && sqDists.back() < 1e30f;
+            EXPECT_TRUE(std::isnan(variation) || !squaresFit || (variation > -1e-6f && variation < 0.3334f))
+                << variation << " at point " << i;
+            curvature.values()[i] = variation;
+        }
+        EXPECT_NE(ombrix::test::printedBy([&] { curvature.setColor(cloud); }), "");
+        EXPECT_TRUE(std::all_of(cloud.colors().begin(), cloud.colors().end(),
+                                [](const ColorRGB& color) { return color.g == 0 && color.b == 0; }));
 
         const QuasiMLS surface(points, tree);
         for (std::size_t i = 0; i < points.size(); i += points.size() / 20) {
