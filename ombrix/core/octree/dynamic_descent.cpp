@@ -85,21 +85,28 @@ void Descent::descend(Octree::Node& node, const Arrivals& arrivals, std::vector<
 
 void Descent::fill(Octree::Node& leaf, const Arrivals& arrivals) {
     PointCloud* cloud = leaf.pc.get();
-    if (work_ != nullptr && cloud != nullptr) {
-        changed_.push_back({&leaf, leaf.size, leaf.pc, AppendRollback(*cloud)});
-    }
     if (cloud == nullptr || (leaf.flags & NODE_RELATIVE) == 0 || cloud == arrivals.cloud) {
         deferred_.push_back({&leaf, arrivals});
     } else if (cloud->size() + arrivals.size() > maxPoints_ && node_depth(leaf.key) < DEEPEST_LEAF) {
-        const std::size_t first = nodes_.size();
         splitLeaf(octree_, {leaf.key, cloud, arrivals}, maxPoints_, DEEPEST_LEAF, scratch_, nodes_, work_);
-        leaf.pc = nodes_[first].cloud;  // frees the points here, not one leaf after another
     } else {
+        remember(leaf, *arrivals.cloud);
         append(*cloud, arrivals, octree_.node_origin(leaf).cast<double>());
         leaf.size = cloud->size();
-        filled_.push_back(leaf.key);
         WorkSteps(work_, 1).step(arrivals.size());
     }
+}
+
+/// Most leaves have all attributes and no fields, and there are many of them.
+void Descent::remember(Octree::Node& leaf, const PointCloud& arriving) {
+    PointCloud& cloud = *leaf.pc;
+    const bool plain = cloud.size() == leaf.size && cloud.colors().size() == leaf.size &&
+                       cloud.scalars().size() == leaf.size && cloud.fields().size() == 0 &&
+                       arriving.fields().size() == 0;
+    if (!plain) {
+        contents_.emplace_back(cloud);
+    }
+    filled_.push_back({&leaf, leaf.size, plain});
 }
 
 void Descent::create(Octree::Node& parent, unsigned int octant, const Arrivals& arrivals) {
@@ -111,7 +118,7 @@ void Descent::create(Octree::Node& parent, unsigned int octant, const Arrivals& 
     }
     auto cloud = std::make_shared<PointCloud>();
     append(*cloud, arrivals, nodeCorner(octree_, key).cast<double>());
-    nodes_.push_back({key, 0, std::move(cloud)});
+    nodes_.push_back({key, 0, false, std::move(cloud), nullptr});
     WorkSteps(work_, 1).step(arrivals.size());
 }
 
@@ -122,26 +129,49 @@ std::vector<std::uint64_t> Descent::split(const Octree::Node& leaf, const PointC
     for (std::size_t i = 1; i < nodes_.size(); ++i) {
         keys.push_back(nodes_[i].key);
     }
+    addNodes();
     enter();
+    report();
     return keys;
 }
 
-void Descent::undo() {
-    for (Changed& changed : changed_) {
-        changed.content.undo();
-        changed.leaf->pc = std::move(changed.cloud);
-        changed.leaf->size = changed.size;
+void Descent::undo() noexcept {
+    if (entered_) {
+        return;
     }
-    changed_.clear();
-    nodes_.clear();
-    adoptions_.clear();
-    filled_.clear();
-    deferred_.clear();
+    for (const Filled& filled : filled_) {
+        filled.leaf->size = filled.size;
+        if (filled.plain) {
+            PointCloud& cloud = *filled.leaf->pc;
+            cloud.positions().resize(filled.size);
+            cloud.colors().resize(filled.size);
+            cloud.scalars().resize(filled.size);
+        }
+    }
+    for (AppendRollback& content : contents_) {
+        content.undo();
+    }
+    for (const SplitNode& made : nodes_) {
+        if (made.added) {
+            octree_.delete_node(made.key);
+        }
+    }
 }
 
-std::vector<Descent::Stop> Descent::enter() {
+void Descent::addNodes() {
     for (SplitNode& made : nodes_) {
-        Octree::Node& node = octree_.add_node(made.key);
+        const std::size_t before = octree_.nodes().size();
+        made.node = &octree_.add_node(made.key);
+        made.added = octree_.nodes().size() != before;
+    }
+}
+
+void Descent::enter() noexcept {
+    if (std::exchange(entered_, true)) {
+        return;
+    }
+    for (SplitNode& made : nodes_) {
+        Octree::Node& node = *made.node;
         node.children = made.children;
         node.flags |= NODE_RELATIVE;
         node.size = made.cloud->size();
@@ -151,6 +181,9 @@ std::vector<Descent::Stop> Descent::enter() {
     for (const Adoption& adoption : adoptions_) {
         adoption.parent->children |= static_cast<std::uint8_t>(1u << adoption.octant);
     }
+}
+
+void Descent::report() {
     for (std::size_t i = 0; i < adoptions_.size(); ++i) {
         if (i == 0 || adoptions_[i].parent != adoptions_[i - 1].parent) {
             octree_.update_node(adoptions_[i].parent->key);
@@ -159,14 +192,9 @@ std::vector<Descent::Stop> Descent::enter() {
     for (const SplitNode& made : nodes_) {
         octree_.update_node(made.key);
     }
-    for (const std::uint64_t key : filled_) {
-        octree_.update_node(key);
+    for (const Filled& filled : filled_) {
+        octree_.update_node(filled.leaf->key);
     }
-    changed_.clear();
-    nodes_.clear();
-    adoptions_.clear();
-    filled_.clear();
-    return std::exchange(deferred_, {});
 }
 
 }  // namespace ombrix::core::detail

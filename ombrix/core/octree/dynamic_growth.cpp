@@ -159,18 +159,27 @@ void DynamicOctreeFactory::expand_octree(const Aabb& box) {
     Frame frame{octree_->origin(), octree_->extend()};
     Growth growth;
     while (!contains(frame, box) && grow(frame, box, growth)) {
-        if (!octree_->hasKey(octree_->rootKey())) {
-            setFrame(*octree_, growth.frame);
-        } else if (growth.exact) {
-            hang(growth);
-        } else {
-            rebuild(growth);
+        const Frame heldFrame{origin_, extend_};
+        const Vector3f heldTop = top_;
+        try {
+            if (!octree_->hasKey(octree_->rootKey())) {
+                setFrame(*octree_, growth.frame);
+            } else if (growth.exact) {
+                hang(growth);
+            } else {
+                rebuild(growth);
+            }
+        } catch (...) {
+            origin_ = heldFrame.origin;
+            extend_ = heldFrame.extend;
+            top_ = heldTop;
+            throw;
         }
         frame = growth.frame;
     }
 }
 
-/// Hangs the old tree below its place in a new one.
+/// Hangs the old tree below its place in a new one; as long as memory may run out, the old one stays whole.
 void DynamicOctreeFactory::hang(const Growth& growth) {
     const std::shared_ptr<Octree> old = octree_;
     std::shared_ptr<Octree> tree = create_octree();
@@ -184,6 +193,7 @@ void DynamicOctreeFactory::hang(const Growth& growth) {
         keys.emplace_back(key, hungKey(key, growth.oldKey));
     }
     std::sort(keys.begin(), keys.end());  // merged nodes come after the node they are merged into
+    std::vector<std::pair<PointCloud*, Vector3d>> shifted;
 
     for (const auto& [key, hung] : keys) {
         const Octree::Node& node = old->node(key);
@@ -193,20 +203,19 @@ void DynamicOctreeFactory::hang(const Growth& growth) {
         if (!merged) {
             target.children = node_depth(hung) < DEEPEST_KEPT ? node.children : std::uint8_t{0};
         }
+        const bool kept = !merged && target.children == node.children;
         const Vector3d from = detail::positionOffset(*old, node).cast<double>();
         const Vector3d shift = moved + from - tree->node_origin(target).cast<double>();
         std::shared_ptr<PointCloud> cloud = node.pc;
-        if (!cloud && node.size > 0 && (merged || !shift.isZero(0.0))) {
+        if (!cloud && node.size > 0 && (!kept || !shift.isZero(0.0))) {
             cloud = old->node_pc(key);
         }
-        if (!merged && (target.children == node.children || node.size > 0)) {
+        if (kept) {
             target.pc = std::move(cloud);
             target.compressed = node.compressed;
             target.size = node.size;
             if (target.pc && !shift.isZero(0.0)) {
-                for (Vector3f& p : target.pc->positions()) {
-                    p = (p.cast<double>() + shift).cast<float>();
-                }
+                shifted.emplace_back(target.pc.get(), shift);
             }
         } else if (cloud && cloud->size() > 0) {
             detail::appendPadded(cloudOf(target), *cloud, shift);
@@ -227,6 +236,11 @@ void DynamicOctreeFactory::hang(const Growth& growth) {
     if (key != 1 && logger_) {
         logger_->error("ERROR dynamic factory expand octree : root key != 1");
     }
+    for (const auto& [cloud, shift] : shifted) {
+        for (Vector3f& p : cloud->positions()) {
+            p = (p.cast<double>() + shift).cast<float>();
+        }
+    }
     update_octree(tree, keys);
 }
 
@@ -242,13 +256,20 @@ void DynamicOctreeFactory::rebuild(const Growth& growth) {
         keys.emplace_back(key, tree->rootKey());
     }
     std::sort(keys.begin(), keys.end());
-    update_octree(tree, keys);
-    for (const auto& [key, root] : keys) {
-        if (const std::shared_ptr<PointCloud> cloud = old->node_pc(key); cloud && cloud->size() > 0) {
-            const Vector3f corner = detail::positionOffset(*old, old->node(key));
-            distribute(*cloud, corner.cast<double>() + old->origin().cast<double>(), false, nullptr);
+    octree_ = tree;
+    try {
+        for (const auto& [key, root] : keys) {
+            if (const std::shared_ptr<PointCloud> cloud = old->node_pc(key); cloud && cloud->size() > 0) {
+                const Vector3f corner = detail::positionOffset(*old, old->node(key));
+                distribute(*cloud, corner.cast<double>() + old->origin().cast<double>(), false, nullptr);
+            }
         }
+    } catch (...) {
+        octree_ = old;
+        throw;
     }
+    octree_ = old;
+    update_octree(tree, keys);
 }
 
 void DynamicOctreeFactory::splitMergedLeaves() {

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
 
 #include <spdlog/logger.h>
 #include <tbb/blocked_range.h>
@@ -114,27 +115,18 @@ bool DynamicOctreeFactory::add(const PointCloud& cloud, const WorkContext& conte
 }
 
 bool DynamicOctreeFactory::add(const PointCloud& cloud, const Vector3d& shift, const WorkContext& context) {
-    return detail::runWatched(context, [&](detail::Work& work) {
-        const Aabb box = pcAabb_;
-        const float low = scalarMin_;
-        const float high = scalarMax_;
-        try {
-            addWithin(cloud, shift, &work);
-        } catch (...) {
-            pcAabb_ = box;
-            scalarMin_ = low;
-            scalarMax_ = high;
-            throw;
-        }
-    });
+    return detail::runWatched(context, [&](detail::Work& work) { addWithin(cloud, shift, &work); });
 }
 
 void DynamicOctreeFactory::addWithin(const PointCloud& cloud, const Vector3d& shift, detail::Work* work) {
     if (cloud.size() == 0) {
         return;
     }
-    widenScalarRange(cloud);
     const Aabb box = finiteBox(cloud, shift);
+    const Aabb heldBox = pcAabb_;
+    const float heldMin = scalarMin_;
+    const float heldMax = scalarMax_;
+    widenScalarRange(cloud);
     for (int axis = 0; axis < 3; ++axis) {
         if (box.min[axis] <= box.max[axis]) {
             pcAabb_.min[axis] = std::min(pcAabb_.min[axis], box.min[axis] - BOX_MARGIN);
@@ -143,14 +135,34 @@ void DynamicOctreeFactory::addWithin(const PointCloud& cloud, const Vector3d& sh
     }
     const Vector3d origin = octree_->origin().cast<double>();
     const Aabb reached = reachable(box, origin.allFinite() ? origin : Vector3d::Zero().eval());
-    if (!octree_->hasKey(octree_->rootKey())) {
-        addFirst(cloud, shift, reached, work);
-    } else {
-        if (!contains({octree_->origin(), octree_->extend()}, reached)) {
-            expand_octree(reached);
-            splitMergedLeaves();
+    bool entered = false;
+    bool merged = false;
+    try {
+        if (!octree_->hasKey(octree_->rootKey())) {
+            addFirst(cloud, shift, reached, work);
+        } else {
+            if (!contains({octree_->origin(), octree_->extend()}, reached)) {
+                merged = true;
+                expand_octree(reached);
+                splitMergedLeaves();
+                merged = false;
+            }
+            distribute(cloud, shift, true, work, entered);
         }
-        distribute(cloud, shift, true, work);
+    } catch (...) {
+        if (!entered) {
+            pcAabb_ = heldBox;
+            scalarMin_ = heldMin;
+            scalarMax_ = heldMax;
+        }
+        octree_->setScalarFieldMinMax(scalarMin_, scalarMax_);
+        if (merged) {
+            try {
+                splitMergedLeaves();  // what grew is in order all the same, if there is memory for that
+            } catch (const std::bad_alloc&) {
+            }
+        }
+        throw;
     }
     octree_->setScalarFieldMinMax(scalarMin_, scalarMax_);
 }
@@ -166,21 +178,18 @@ void DynamicOctreeFactory::addFirst(const PointCloud& cloud, const Vector3d& shi
     } else {
         setFrame(*octree_, firstFrame(box));
     }
-    Octree::Node& root = octree_->add_node(octree_->rootKey());
-    root.flags |= detail::NODE_RELATIVE;
     const Vector3d offset = shift - octree_->origin().cast<double>();
-    if (work == nullptr) {
-        detail::appendPadded(ownCloud(root), cloud, offset);
-        root.size = root.pc->size();
-        expand_nodes(root);
-        octree_->update_node(octree_->rootKey());
-        return;
-    }
     try {
-        work->begin(0.2, 4 * cloud.size());
-        detail::appendPaddedWatched(ownCloud(root), cloud, offset, *work);
+        Octree::Node& root = octree_->add_node(octree_->rootKey());
+        root.flags |= detail::NODE_RELATIVE;
+        if (work == nullptr) {
+            detail::appendPadded(ownCloud(root), cloud, offset);
+        } else {
+            work->begin(0.2, 4 * cloud.size());
+            detail::appendPaddedWatched(ownCloud(root), cloud, offset, *work);
+            work->begin(0.8, 3 * cloud.size());
+        }
         root.size = root.pc->size();
-        work->begin(0.8, 3 * cloud.size());
         if (mustSplit(root)) {
             split(root, detail::DEEPEST_LEAF, work);
         }

@@ -58,6 +58,9 @@ public:
     /// The first cloud goes in whole. Of several points of a later cloud with the same finest-level code only
     /// the one with the lowest index is taken, on purpose; `droppedPoints()` counts the others. An empty
     /// cloud changes nothing. The result does not depend on the number of threads.
+    ///
+    /// When memory runs out, the factory holds what it held, and its root cube may have grown; only to leaves
+    /// whose points the tree had to bring back, part of the cloud may have been added.
     void add(const PointCloud& cloud, const Vector3d& shift) override;
     void add(const PointCloud& cloud) override;
     /// The same within a context. When stopped, it answers false and the factory holds what it held; its root
@@ -153,6 +156,8 @@ private:
     void addWithin(const PointCloud& cloud, const Vector3d& shift, detail::Work* work);
     void addFirst(const PointCloud& cloud, const Vector3d& shift, const Aabb& box, detail::Work* work);
     void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode, detail::Work* work);
+    void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode, detail::Work* work,
+                    bool& entered);
     Octree::Node& child(Octree::Node& node, unsigned int octant);
     PointCloud& ownCloud(Octree::Node& node);
     std::vector<std::uint64_t> split(Octree::Node& node, unsigned int levels, detail::Work* work = nullptr);

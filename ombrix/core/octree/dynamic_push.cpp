@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <new>
 
 #include <spdlog/logger.h>
 #include <tbb/parallel_for.h>
@@ -10,6 +11,7 @@
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/node_frame_detail.h>
 #include <ombrix/core/octree/padded_append_detail.h>
+#include <ombrix/core/octree/watched_append_detail.h>
 
 namespace ombrix::core {
 namespace {
@@ -38,6 +40,19 @@ PointCloud cloudOf(const Point& point) {
     }
     cloud.push_back(point, false);
     return cloud;
+}
+
+/// Appends a point, relative to `corner`, with all its attributes; or nothing, when memory runs out.
+/// @return  the number of points.
+std::uint64_t appendPoint(PointCloud& cloud, const Point& point, const Vector3f& corner) {
+    detail::AppendRollback before(cloud);
+    try {
+        detail::appendPadded(cloud, cloudOf(point), -corner.cast<double>());
+    } catch (...) {
+        before.undo();
+        throw;
+    }
+    return cloud.size();
 }
 
 }  // namespace
@@ -72,9 +87,9 @@ Octree::Node& DynamicOctreeFactory::child(Octree::Node& node, unsigned int octan
         return found->second;
     }
     Octree::Node& added = octree_->add_node(key);
-    ownCloud(added);
     node.children |= static_cast<std::uint8_t>(1u << octant);
     node.flags |= detail::NODE_RELATIVE;
+    ownCloud(added);
     return added;
 }
 
@@ -82,9 +97,7 @@ void DynamicOctreeFactory::add(Octree::Node& node, const Point& point) {
     if (node.children != 0) {
         return;
     }
-    PointCloud& cloud = ownCloud(node);
-    detail::appendPadded(cloud, cloudOf(point), -octree_->node_origin(node).cast<double>());
-    node.size = cloud.size();
+    node.size = appendPoint(ownCloud(node), point, octree_->node_origin(node));
     expand_nodes(node);
 }
 
@@ -100,9 +113,7 @@ std::uint64_t DynamicOctreeFactory::push_to_leaf(const Point& point) {
         }
         node = &child(*node, static_cast<unsigned int>(octant & 7));
     }
-    PointCloud& cloud = ownCloud(*node);
-    detail::appendPadded(cloud, cloudOf(point), -octree_->node_origin(*node).cast<double>());
-    node->size = cloud.size();
+    node->size = appendPoint(ownCloud(*node), point, octree_->node_origin(*node));
     return node->key;
 }
 
@@ -116,6 +127,13 @@ void DynamicOctreeFactory::push_to_leaf_morton(const PointCloud& cloud, const Ve
 
 void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode,
                                       detail::Work* work) {
+    bool entered = false;
+    distribute(cloud, shift, onePerCode, work, entered);
+}
+
+/// @param entered  set as soon as points have come to stay, whatever fails later.
+void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode,
+                                      detail::Work* work, bool& entered) {
     if (cloud.size() == 0) {
         return;
     }
@@ -154,42 +172,66 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
     PointCloud padded;
     const detail::Arrivals arrivals{&detail::evenCloud(cloud, padded), offset, first, last};
     std::vector<detail::Descent::Stop> stops;
-    detail::Descent top(*octree_, maxPoints_, work);
     std::vector<detail::Descent> descents;
-    try {
-        top.descend(octree_->node(octree_->rootKey()), arrivals, &stops);
-        descents.reserve(stops.size());
-        while (descents.size() < stops.size()) {
-            descents.emplace_back(*octree_, maxPoints_, work);
+    descents.emplace_back(*octree_, maxPoints_, work);
+    descents.front().descend(octree_->node(octree_->rootKey()), arrivals, &stops);
+    descents.reserve(stops.size() + 2);
+    for (std::size_t i = 0; i <= stops.size(); ++i) {
+        descents.emplace_back(*octree_, maxPoints_, work);
+    }
+    tbb::parallel_for(std::size_t{0}, stops.size(),
+                      [&](std::size_t i) { descents[i + 1].descend(*stops[i].node, stops[i].arrivals); });
+
+    // Leaves whose clouds have another form
+    PointCloud copy;
+    const PointCloud* source = arrivals.cloud;
+    const auto provide = [&](detail::Descent::Stop& stop) {
+        if (!stop.node->pc && stop.node->size > 0) {
+            stop.node->pc = octree_->node_pc(stop.node->key);
         }
-        tbb::parallel_for(std::size_t{0}, stops.size(),
-                          [&](std::size_t i) { descents[i].descend(*stops[i].node, stops[i].arrivals); });
-    } catch (...) {
-        top.undo();
-        for (detail::Descent& descent : descents) {
-            descent.undo();
+        if (stop.node->pc && stop.node->pc.get() == source) {
+            copy.copyFrom(*source, false);  // somebody adds a leaf's cloud to its own tree
+            source = &copy;
         }
-        throw;
+        stop.arrivals.cloud = source;
+        ownCloud(*stop.node);
+    };
+    std::vector<detail::Descent::Stop> absent;
+    for (std::size_t i = 0; i <= stops.size(); ++i) {
+        for (detail::Descent::Stop& stop : descents[i].deferred()) {
+            if (!stop.node->pc && stop.node->size > 0) {
+                absent.push_back(stop);
+                continue;
+            }
+            provide(stop);
+            descents.back().descend(*stop.node, stop.arrivals);
+        }
     }
 
-    // Nothing is stopped any more: enter what they found into the tree; leaves whose clouds were not at hand
-    // come last
-    droppedPoints_ += pairs.size() - static_cast<std::uint64_t>(last - first);
-    top.enter();
-    detail::Descent unwatched(*octree_, maxPoints_);
-    std::vector<detail::Descent::Stop> deferred;
+    // Nothing is stopped any more
     for (detail::Descent& descent : descents) {
-        const auto stopped = descent.enter();
-        deferred.insert(deferred.end(), stopped.begin(), stopped.end());
+        descent.addNodes();
     }
-    for (detail::Descent::Stop& stop : deferred) {
-        PointCloud copy;
-        if (&ownCloud(*stop.node) == arrivals.cloud) {
-            copy.copyFrom(*arrivals.cloud, false);  // somebody adds a leaf's cloud to its own tree
-            stop.arrivals.cloud = &copy;
-        }
-        unwatched.descend(*stop.node, stop.arrivals);
-        unwatched.enter();
+    try {
+        // It frees what was split
+        tbb::parallel_for(std::size_t{0}, descents.size(), [&](std::size_t i) { descents[i].enter(); });
+    } catch (const std::bad_alloc&) {
+        std::for_each(descents.begin(), descents.end(), [](detail::Descent& descent) { descent.enter(); });
+    }
+    droppedPoints_ += pairs.size() - static_cast<std::uint64_t>(last - first);
+    entered = true;
+    for (detail::Descent& descent : descents) {
+        descent.report();
+    }
+
+    // A tree that brings a leaf's points back may drop those of others, so this comes last
+    for (detail::Descent::Stop& stop : absent) {
+        provide(stop);
+        detail::Descent descent(*octree_, maxPoints_);
+        descent.descend(*stop.node, stop.arrivals);
+        descent.addNodes();
+        descent.enter();
+        descent.report();
     }
 }
 

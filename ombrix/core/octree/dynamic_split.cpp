@@ -170,7 +170,7 @@ void splitLeaf(const Octree& octree, const SplitLeaf& leaf, std::uint64_t maxPoi
         [[nodiscard]] std::size_t size() const { return last - first + arrivals.size(); }
     };
     const std::size_t top = out.size();
-    out.push_back({leaf.key, 0, nullptr});
+    out.push_back({leaf.key, 0, false, nullptr, nullptr});
     std::vector<Part> leaves;
     std::vector<Part> stack{{top, 0, cutter.count(), leaf.arrivals}};
     const bool large = stack.front().size() >= SORTED_FROM;
@@ -195,7 +195,7 @@ void splitLeaf(const Octree& octree, const SplitLeaf& leaf, std::uint64_t maxPoi
                 out[part.node].children |= static_cast<std::uint8_t>(1u << octant);
                 child.node = out.size();
                 stack.push_back(child);
-                out.push_back({child_key(parent, octant), 0, nullptr});
+                out.push_back({child_key(parent, octant), 0, false, nullptr, nullptr});
             }
         }
     }

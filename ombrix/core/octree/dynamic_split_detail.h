@@ -41,7 +41,9 @@ void append(PointCloud& target, const Arrivals& arrivals, const Vector3d& corner
 struct SplitNode {
     std::uint64_t key;
     std::uint8_t children;
+    bool added;                         ///< the tree did not have it
     std::shared_ptr<PointCloud> cloud;  ///< relative to the node's lower corner; empty for inner nodes
+    Octree::Node* node;                 ///< once it is in the tree
 };
 
 /// A leaf to split.
