@@ -50,6 +50,10 @@ void failAllocation(std::int64_t n) {
     untilFailure.store(n);
 }
 
+bool allocationCame() {
+    return untilFailure.load() == 0;
+}
+
 }  // namespace ombrix::test
 
 // The forms for arrays call these. Those that do not throw would, too, but for sanitizers, which bring their
