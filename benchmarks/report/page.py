@@ -183,7 +183,7 @@ def growth_table(results, rows):
     lines = []
     for row in rows:
         samples = {size: results.libraries(row.name, size)["ombrix"] for size in results.sizes(row.name)}
-        line = [row.title.split(",")[0]]
+        line = [row.title]
         line += [f"{samples[size].median / size * 1e9:.0f}" if size in samples else "" for size in sizes]
         if first in samples and last in samples:
             times = samples[last].median / last / (samples[first].median / first)
@@ -279,7 +279,7 @@ def readme(results, pictures):
     size = main_size(results, ROWS[0])
     head = (
         f"{points(size).capitalize()} points of a generated terrain in random order, {results.context['num_cpus']} cores "
-        f"of {processor()}, medians of {results.run['rounds']} runs by `scripts/bench.sh`. "
+        f"of {processor()}, medians of {results.run['rounds']} runs by `scripts/bench.sh`, one run of what takes long. "
         "[docs/performance.md](docs/performance.md) has all rows, memory, growth and versions."
     )
     text = [

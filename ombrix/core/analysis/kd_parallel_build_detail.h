@@ -44,24 +44,28 @@ public:
         this->m_size = this->m_size_at_index_build = count;
         this->computeBoundingBox(this->root_bbox);
         // A caller may hold a lock, or be a task itself: waiting must not run what is not of this tree.
-        tbb::this_task_arena::isolate([&] { this->root_node = divide(0, count, this->root_bbox); });
+        tbb::this_task_arena::isolate(
+            [&] { this->root_node = divide(0, count, this->root_bbox, LEVELS_OF_TASKS); });
     }
 
 private:
     using Node = typename Tree::Node;
     using Box = typename Tree::BoundingBox;
 
+    // Some points make trees of hundreds of levels, and waiting for a task takes much more stack than a call.
+    static constexpr int LEVELS_OF_TASKS = 20;
+
     /// Makes the branch over a range of `vAcc`, and its box of the points in it out of one around them.
-    Node* divide(std::size_t first, std::size_t last, Box& box) {
+    Node* divide(std::size_t first, std::size_t last, Box& box, int levels) {
         constexpr std::size_t FOR_ONE_TASK = std::size_t{1} << 14;
         nanoflann::PooledAllocator& nodes = pools_.local();
-        if (last - first <= FOR_ONE_TASK) {
+        if (levels == 0 || last - first <= FOR_ONE_TASK) {
             return divide(first, last, box, nodes);
         }
         Node* node = nodes.template allocate<Node>();
         split(*node, first, last, box, [&](std::size_t middle, Box& left, Box& right) {
-            tbb::parallel_invoke([&] { node->child1 = divide(first, middle, left); },
-                                 [&] { node->child2 = divide(middle, last, right); });
+            tbb::parallel_invoke([&] { node->child1 = divide(first, middle, left, levels - 1); },
+                                 [&] { node->child2 = divide(middle, last, right, levels - 1); });
         });
         return node;
     }
