@@ -13,6 +13,15 @@ function(ombrix_compile_rules target)
     endif()
 endfunction()
 
+# Precompiles what most sources of a target include, and further headers, where that is asked for.
+function(ombrix_precompile target)
+    if(OMBRIX_PRECOMPILE_HEADERS)
+        target_precompile_headers(${target} PRIVATE
+            <algorithm> <array> <cmath> <cstdint> <filesystem> <fstream> <functional> <limits> <memory> <string>
+            <unordered_map> <vector> <Eigen/Geometry> ${ARGN})
+    endif()
+endfunction()
+
 # One library of the project: target ombrix_<name>, alias ombrix::<name>, export header
 # <ombrix/<name>/<name>_export.h> with the macro OMBRIX_<NAME>_API.
 function(ombrix_library name)
@@ -23,6 +32,7 @@ function(ombrix_library name)
     add_library(${target})
     add_library(ombrix::${name} ALIAS ${target})
     ombrix_compile_rules(${target})
+    ombrix_precompile(${target})
     generate_export_header(${target}
         BASE_NAME ombrix_${name}
         EXPORT_MACRO_NAME OMBRIX_${upper}_API

@@ -8,7 +8,8 @@ cd "$(dirname "$0")/.."
 
 scripts/setup.sh clang-tidy-14 cppcheck
 build=build/analyse
-cmake --preset dev -B "$build" -DOMBRIX_BUILD_BENCHMARKS=ON >/dev/null
+cmake --preset dev -B "$build" -DOMBRIX_BUILD_BENCHMARKS=ON \
+    -DOMBRIX_PRECOMPILE_HEADERS=OFF >/dev/null
 
 sources=("$@")
 if [ ${#sources[@]} -eq 0 ]; then
