@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <set>
 
 #include <ombrix/core/octree/morton.h>
@@ -88,7 +89,7 @@ inline void requirePointsInBoxes(const core::Octree& tree) {
         for (const core::Vector3f& position : node.pc->positions()) {
             const core::Vector3f p = position + offset;
             for (int axis = 0; axis < 3; ++axis) {
-                if (p[axis] >= 0.0f && p[axis] <= edge) {
+                if (p[axis] >= 0.0f && p[axis] <= edge && std::isfinite(tree.origin()[axis])) {
                     require(std::abs(p[axis] - box.center[axis]) <= box.radius + tolerance[axis],
                             "points lie in their nodes");
                 }

@@ -123,7 +123,7 @@ PlyLayout::PlyLayout(const core::PointCloud& cloud, const Vector3d& shift) : poi
     const std::map<std::string, std::shared_ptr<core::FieldType>> fields(cloud.fields().begin(),
                                                                          cloud.fields().end());
     for (const auto& [name, field] : fields) {
-        if (!field->empty()) {
+        if (!field->empty() || points_ == 0) {
             addField(name, *field);
         }
     }

@@ -14,7 +14,7 @@ namespace ombrix::io {
 /// become "intensity", the field "normal" becomes nx, ny, nz, other vector fields NAME_x, NAME_y, NAME_z.
 /// Where a field's name or type cannot be told from the properties, a comment line keeps it, and
 /// `readPoints` gives the field back as it was. Colours, scalars and fields that are shorter than the
-/// positions are continued with zeros; empty ones are left out.
+/// positions are continued with zeros; empty ones are left out, but a cloud without points keeps its fields.
 ///
 /// @throws Error  when the file cannot be written in full; what was written of it is removed.
 OMBRIX_IO_API void writePly(const std::filesystem::path& path, const core::PointCloud& cloud,

@@ -164,6 +164,13 @@ TEST_F(RoundTrip, EmptyCloudsAndShortArrays) {
         EXPECT_EQ(file.cloud.size(), 0u);
         EXPECT_GT(file.box.min.x(), file.box.max.x());
     }
+    cloud.fields().addField<float>("quality");
+    cloud.fields().addField<Vector3f>("normal");
+    writePly(path("a.ply"), cloud);
+    const PointFile fields = readPoints(path("a.ply"));
+    EXPECT_TRUE(fields.hasNormals);
+    EXPECT_EQ(fields.fields, (std::vector<std::string>{"quality"}));
+    cloud.fields().clear();
     cloud.positions() = {{1, 2, 3}, {4, 5, 6}};
     cloud.colors() = {{7, 8, 9}};
     cloud.fields().addField<float>("short").first->data() = {5.0f};
