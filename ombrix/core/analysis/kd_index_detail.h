@@ -27,14 +27,20 @@ using KdSearchParams = nanoflann::SearchParams;  // checks (ignored), eps, sorte
 struct Unwatched {
     void begin(Work* /*work*/) {}
     void end() {}
+    void check() const {}
     void read() const {}
 };
 
-/// Ends the building of an index on request: nanoflann has no place to ask but where it reads coordinates.
+/// Ends the building of an index on request. nanoflann has no place to ask but where it reads coordinates.
 class WatchedBuild {
 public:
     void begin(Work* work) { work_ = work; }
     void end() { work_ = nullptr; }
+    void check() const {
+        if (work_ != nullptr) {
+            work_->check();
+        }
+    }
     void read() const {
         constexpr std::uint32_t EVERY = 1u << 16;
         thread_local std::uint32_t reads = 0;

@@ -4,30 +4,14 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include <tbb/parallel_for.h>
 
-#include <ombrix/core/large_pages_detail.h>
+#include <ombrix/core/raw_array_detail.h>
 #include <ombrix/core/services/work_detail.h>
 
 namespace ombrix::core::detail {
-
-/// An array of trivial elements whose storage is not initialised.
-template <class Element>
-class RawArray {
-public:
-    explicit RawArray(std::size_t count) : bytes_(new std::byte[count * sizeof(Element)]), size_(count) {
-        adviseLargePages(bytes_.get(), count * sizeof(Element));
-    }
-    [[nodiscard]] Element* data() const { return reinterpret_cast<Element*>(bytes_.get()); }
-    [[nodiscard]] std::size_t size() const { return size_; }
-
-private:
-    std::unique_ptr<std::byte[]> bytes_;
-    std::size_t size_;
-};
 
 /// Stable radix sort from the highest digit, back and forth between two arrays. The keys, KeyOf()(element),
 /// are unsigned; runs that are short are sorted by insertion.

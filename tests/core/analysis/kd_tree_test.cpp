@@ -50,15 +50,21 @@ TEST(KDTree, KnnAgreesWithBruteForceTiesInIndexOrder) {
 }
 
 TEST(KDTree, LargeTreesAgreeWithBruteForceBeforeAndAfterUpdates) {
-    Points points = uniformPoints(60000, 10.0f, 4);
-    KDTree tree(points);
-    for (const std::size_t size : {points.size(), std::size_t{40000}}) {
-        points.resize(size);
-        tree.update();
-        for (const Vector3f& q : uniformPoints(20, 12.0f, 5)) {
-            auto expected = bruteForce(points, q);
-            std::erase_if(expected, [](const auto& pair) { return !(pair.second < 4.0f); });
-            ASSERT_EQ(tree.radiusSearch(q, 2.0f), expected);
+    Points ascending(60000, Vector3f::Zero());
+    for (std::size_t i = 0; i < ascending.size(); ++i) {
+        ascending[i].x() = static_cast<float>(i) * 1e-3f;
+    }
+    for (Points points :
+         {uniformPoints(60000, 10.0f, 4), latticePoints(60000, 40), planePoints(60000), ascending}) {
+        KDTree tree(points);
+        for (const std::size_t size : {points.size(), std::size_t{40000}}) {
+            points.resize(size);
+            tree.update();
+            for (const Vector3f& q : uniformPoints(10, 12.0f, 5)) {
+                auto expected = bruteForce(points, q);
+                std::erase_if(expected, [](const auto& pair) { return !(pair.second < 4.0f); });
+                ASSERT_EQ(tree.radiusSearch(q, 2.0f), expected);
+            }
         }
     }
 }
