@@ -151,7 +151,8 @@ private:
 
         /// The middle of the box, or the nearest place that parts the points, on the axis along which they
         /// spread the most of those along which the box is longest.
-        std::pair<int, float> planeThrough(std::size_t first, std::size_t last, const Box& box) const {
+        [[gnu::noinline]] std::pair<int, float> planeThrough(std::size_t first, std::size_t last,
+                                                             const Box& box) const {
             float longest = box[0].high - box[0].low;
             for (int axis = 1; axis < 3; ++axis) {
                 longest = std::max(longest, box[axis].high - box[axis].low);
@@ -176,8 +177,9 @@ private:
             return {chosen, middle < points.low ? points.low : middle > points.high ? points.high : middle};
         }
 
-        /// Parts the entries at a plane; those on it go where they bring the branches nearest to halves.
-        std::size_t splitAt(std::size_t first, std::size_t last, int axis, float at) {
+        /// Parts the entries at a plane; those on it go where they bring the branches nearest to halves. Not
+        /// inlined: what it keeps on the stack would be kept on every level.
+        [[gnu::noinline]] std::size_t splitAt(std::size_t first, std::size_t last, int axis, float at) {
             Entry* const begin = entries_ + first;
             Entry* const end = entries_ + last;
             const auto checked = [this] { check(); };
