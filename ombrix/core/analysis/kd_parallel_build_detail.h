@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -30,7 +31,8 @@ public:
 #else
 
 /// A nanoflann index whose branches are built by tasks, over a copy of the points that lives as long as the
-/// building does. The tree is the one that `buildIndex` of nanoflann makes, whatever the number of threads.
+/// building does. The tree is the one that `buildIndex` of nanoflann makes, whatever the number of threads;
+/// only where the sum of two coordinates overflows, nanoflann's would have a level for every point.
 template <class Tree>
 class KdParallelBuild : public Tree {
 public:
@@ -173,7 +175,10 @@ private:
             if (spread < 0.0f) {
                 points = interval(first, last, chosen);  // the box is a point, or its length overflows
             }
-            const float middle = (box[chosen].low + box[chosen].high) / 2;
+            float middle = (box[chosen].low + box[chosen].high) / 2;
+            if (!std::isfinite(middle)) {
+                middle = box[chosen].low / 2 + box[chosen].high / 2;
+            }
             return {chosen, middle < points.low ? points.low : middle > points.high ? points.high : middle};
         }
 
