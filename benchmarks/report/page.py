@@ -195,7 +195,7 @@ def growth_table(results, rows):
     yield from table(["work"] + [points(size) for size in sizes]
                      + ["grew by", "beside it grew", "memory for a point"], lines)
     yield ("A million points are in the processor's cache for the most part, 50 million are not, and they come in random "
-           "order: what others grow by on the same machine stands beside it. A k-d tree reads the points where the "
+           "order: what others grow by on the same machine stands beside it. A search in a k-d tree reads the points where the "
            "caller keeps them.")
     yield ""
 
