@@ -71,14 +71,14 @@ inline void requireFullTree(const core::Octree& tree, std::uint64_t threshold, s
 }
 
 /// Finite points that lie in the root cube lie in their node's, up to rounding: of positions to the finest
-/// cells, and of the world's coordinates, which are formed in double.
-inline void requirePointsInBoxes(const core::Octree& tree) {
+/// cells, and of the world's coordinates, which are formed in double; and up to `slack`.
+inline void requirePointsInBoxes(const core::Octree& tree, float slack = 0.0f) {
     const float edge = tree.extend();
     if (!(edge > 1e-30f && edge < 1e30f)) {
         return;
     }
     const core::Vector3f tolerance =
-        tree.origin().cwiseAbs() * 0x1p-51f + core::Vector3f::Constant(edge * 0x1p-21f);
+        tree.origin().cwiseAbs() * 0x1p-51f + core::Vector3f::Constant(edge * 0x1p-21f + slack);
     for (const auto& [key, node] : tree.nodes()) {
         if (!node.pc) {
             continue;

@@ -90,12 +90,12 @@ private:
 
         void check() const { tree_.dataset.watch.check(); }
 
-        [[nodiscard]] Interval interval(std::size_t first, std::size_t last, int axis) const {
+        [[nodiscard]] Interval interval(std::size_t first, std::size_t last, std::size_t axis) const {
             return intervalOf(entries_ + first, entries_ + last, axis, [this] { check(); });
         }
 
         void boxOf(std::size_t first, std::size_t last, Box& box) const {
-            for (int axis = 0; axis < 3; ++axis) {
+            for (std::size_t axis = 0; axis < 3; ++axis) {
                 const Interval found = interval(first, last, axis);
                 box[axis] = {found.low, found.high};
             }
@@ -142,10 +142,10 @@ private:
             Box right = box;
             left[axis].high = right[axis].low = at;
             branches(middle, left, right);
-            node.node_type.sub.divfeat = axis;
+            node.node_type.sub.divfeat = static_cast<int>(axis);
             node.node_type.sub.divlow = left[axis].high;
             node.node_type.sub.divhigh = right[axis].low;
-            for (int i = 0; i < 3; ++i) {
+            for (std::size_t i = 0; i < 3; ++i) {
                 box[i].low = std::min(left[i].low, right[i].low);
                 box[i].high = std::max(left[i].high, right[i].high);
             }
@@ -153,16 +153,16 @@ private:
 
         /// The middle of the box, or the nearest place that parts the points, on the axis along which they
         /// spread the most of those along which the box is longest.
-        [[gnu::noinline]] std::pair<int, float> planeThrough(std::size_t first, std::size_t last,
-                                                             const Box& box) const {
+        [[gnu::noinline]] std::pair<std::size_t, float> planeThrough(std::size_t first, std::size_t last,
+                                                                     const Box& box) const {
             float longest = box[0].high - box[0].low;
-            for (int axis = 1; axis < 3; ++axis) {
+            for (std::size_t axis = 1; axis < 3; ++axis) {
                 longest = std::max(longest, box[axis].high - box[axis].low);
             }
-            int chosen = 0;
+            std::size_t chosen = 0;
             Interval points{};
             float spread = -1.0f;
-            for (int axis = 0; axis < 3; ++axis) {
+            for (std::size_t axis = 0; axis < 3; ++axis) {
                 if (box[axis].high - box[axis].low > (1 - 0.00001f) * longest) {
                     const Interval found = interval(first, last, axis);
                     if (found.high - found.low > spread) {
@@ -184,7 +184,8 @@ private:
 
         /// Parts the entries at a plane; those on it go where they bring the branches nearest to halves. Not
         /// inlined: what it keeps on the stack would be kept on every level.
-        [[gnu::noinline]] std::size_t splitAt(std::size_t first, std::size_t last, int axis, float at) {
+        [[gnu::noinline]] std::size_t splitAt(std::size_t first, std::size_t last, std::size_t axis,
+                                              float at) {
             Entry* const begin = entries_ + first;
             Entry* const end = entries_ + last;
             const auto checked = [this] { check(); };

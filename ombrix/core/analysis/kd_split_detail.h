@@ -22,7 +22,7 @@ struct Interval {
 
 /// What the coordinates of one or more entries span. `check` is called every 2^16 entries and may throw.
 template <class Entry, class Check>
-Interval intervalOf(const Entry* first, const Entry* last, int axis, const Check& check) {
+Interval intervalOf(const Entry* first, const Entry* last, std::size_t axis, const Check& check) {
     constexpr std::ptrdiff_t EVERY = 1 << 16;
     Interval found{first->at[axis], first->at[axis]};
     while (first != last) {
@@ -41,7 +41,7 @@ Interval intervalOf(const Entry* first, const Entry* last, int axis, const Check
 /// found a block at a time without branches, which no processor could foresee (Edelkamp and Weiß,
 /// BlockQuicksort, 2016). `check` is called every 2^16 entries and may throw.
 template <class Entry, class Before, class Check>
-Entry* splitEntries(Entry* first, Entry* last, int axis, const Before& before, const Check& check) {
+Entry* splitEntries(Entry* first, Entry* last, std::size_t axis, const Before& before, const Check& check) {
     constexpr std::ptrdiff_t BLOCK = 64;
     constexpr unsigned int EVERY = (1 << 16) / BLOCK;
     struct Misplaced {

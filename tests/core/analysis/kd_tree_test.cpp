@@ -69,6 +69,21 @@ TEST(KDTree, LargeTreesAgreeWithBruteForceBeforeAndAfterUpdates) {
     }
 }
 
+TEST(KDTree, CoordinatesWhoseSumOverflowsMakeNoDeepTree) {
+    Points points(200000, Vector3f::Zero());
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        points[i].x() = 2e38f + static_cast<float>(i) * 5e32f;
+    }
+    const KDTree tree(points);  // with a level for every point the stack would not do
+    std::vector<std::size_t> indices;
+    std::vector<float> sqDists;
+    for (std::size_t i = 0; i < points.size(); i += 9973) {
+        ASSERT_EQ(tree.knnSearch(points[i], 2, indices, sqDists), 1u) << "all others are too far away";
+        ASSERT_EQ(indices[0], i);
+        ASSERT_EQ(sqDists[0], 0.0f);
+    }
+}
+
 TEST(KDTree, RadiusAgreesWithBruteForce) {
     for (const Points& points : clouds()) {
         const KDTree tree(points);
