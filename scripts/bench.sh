@@ -5,7 +5,8 @@
 #   scripts/bench.sh --growth   up to 50 million points; an hour and a half and 16 GiB of memory
 #   scripts/bench.sh FILE       the points of a file (PLY, LAS, text or OBJ) in place of the terrain
 #   --sizes N,N...              other numbers of terrain points
-#   --rounds N                  how often each measure is taken, in turn with the others (3; at most 2 beyond 10 million)
+#   --rounds N                  how often each measure is taken, in turn with the others (3; at most 2 beyond 10 million;
+#                               twice as often and once more beside what the machine itself takes)
 # Installs what is missing. The page shows the last results of the terrain and of every file measured so far;
 # they are kept in build/peers/results. The README's table follows runs over terrain of the usual sizes.
 set -euo pipefail
@@ -79,7 +80,8 @@ for size in "${sizes[@]}"; do
     # Beyond 30 million FLANN's k-d tree, which Open3D has too, is measured through PCL.
     programs=(nanoflann cgal flann pcl open3d)
     [ "$size" = all ] || [ "$size" -le 30000000 ] || programs=(nanoflann cgal pcl)
-    measure machine_peer "machine-$size" "-$overMeshes"
+    # Quick, and what limits are set against: more turns make a steadier median.
+    turns=$((2 * turns + 1)) measure machine_peer "machine-$size" "-$overMeshes"
     for program in "${programs[@]}"; do
         measure "${program}_peer" "$program-$size" "$filter"
     done

@@ -58,7 +58,8 @@ private:
 ///
 /// Points that are not finite are left out, so that they cannot spoil the splits. Where many points coincide,
 /// one stands for all of them: a search that had to compare the indices of each would take as long as the
-/// cloud is large. Coordinates below 2^-70, whose squares and differences' squares vanish, count as 0 then.
+/// cloud is large. Coordinates below 2^-70 count as 0 then: their squared distances are 0 or a few of the
+/// smallest floats, so that such points would not be told apart by more than rounding.
 template <class Watch>
 class BasicKdIndex {
 public:
