@@ -33,15 +33,22 @@ std::uint64_t voxelKey(std::int32_t i, std::int32_t j, std::int32_t k) {
 /// First and last voxel along one axis that [min, max] touches, relative to the grid's origin.
 ///
 /// A coordinate whose rounding may have moved it off a voxel face counts as on the face: then the voxel on
-/// the other side is tried as well, and the overlap test decides.
+/// the other side is tried as well, and the overlap test, which has to allow for `rounding`, decides.
 struct VoxelRange {
     std::int32_t first, last;
+    double rounding = 0.0;  ///< how far such a coordinate may have been moved
+
+    [[nodiscard]] double count() const { return static_cast<double>(last) - first + 1; }
 
     VoxelRange(double min, double max, double origin, double voxel) {
         const auto faceAt = [&](double coordinate, double position) {
             const double nearest = std::round(position);
-            const double rounding = FLT_EPSILON * (std::abs(coordinate) + std::abs(origin)) / voxel;
-            return std::abs(position - nearest) <= rounding ? nearest : -1;
+            const double moved = FLT_EPSILON * (std::abs(coordinate) + std::abs(origin));
+            if (std::abs(position - nearest) > moved / voxel) {
+                return -1.0;
+            }
+            rounding = std::max(rounding, moved);
+            return nearest;
         };
         const double low = (min - origin) / voxel, high = (max - origin) / voxel;
         const double lowFace = faceAt(min, low), highFace = faceAt(max, high);
@@ -75,6 +82,11 @@ void forEachVoxel(const Triangle& triangle, const Vector3d& origin, double voxel
     const VoxelRange x(min.x(), max.x(), origin.x(), voxel);
     const VoxelRange y(min.y(), max.y(), origin.y(), voxel);
     const VoxelRange z(min.z(), max.z(), origin.z(), voxel);
+    // More than any memory holds: infinite for all that a caller sees.
+    constexpr double MAX_VOXELS = 0x1p40;
+    if (std::max({x.count() * y.count(), y.count() * z.count(), z.count() * x.count()}) > MAX_VOXELS) {
+        return;
+    }
     if (x.first == x.last && y.first == y.last && z.first == z.last) {
         visit(x.first, y.first, z.first);
         return;
@@ -83,7 +95,8 @@ void forEachVoxel(const Triangle& triangle, const Vector3d& origin, double voxel
     for (Vector3d& corner : corners) {
         corner -= origin;
     }
-    const detail::TriangleCubes cubes(corners, voxel * 0.5 + FLT_EPSILON);
+    const double rounding = std::max({double{FLT_EPSILON}, x.rounding, y.rounding, z.rounding});
+    const detail::TriangleCubes cubes(corners, voxel * 0.5 + rounding);
     const auto center = [&](std::int64_t index) { return (static_cast<double>(index) + 0.5) * voxel; };
     for (std::int64_t i = x.first; i <= x.last; ++i) {
         for (std::int64_t j = y.first; j <= y.last; ++j) {

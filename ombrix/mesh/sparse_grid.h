@@ -16,8 +16,8 @@ namespace ombrix::mesh {
 /// Cubic voxels of a regular grid, those only that a mesh touches, each with copies of its triangles.
 ///
 /// A voxel's key interleaves its coordinates, counted from `origin`: bit 3n + 2 is bit n of x, bit 3n + 1
-/// that of y, bit 3n that of z, for n up to 20, without a leading marker bit. A mesh longer than 2^21 voxels
-/// along an axis has voxels with the same key.
+/// that of y, bit 3n that of z, for n up to 20, without a leading marker bit; bit 63 is bit 21 of z. A mesh
+/// longer than 2^21 voxels along an axis has voxels with the same key.
 class OMBRIX_MESH_API SparseGrid {
 public:
     /// One voxel.
@@ -29,12 +29,14 @@ public:
     Vector3f origin = Vector3f::Zero();                ///< lower corner of voxel (0, 0, 0)
     std::unordered_map<std::uint64_t, Node> nodes{8};  ///< the voxels by key
 
-    /// Adds the voxels that the triangles of a mesh touch; one that lies on a voxel face, within 1.2e-7,
-    /// stands on both sides. Earlier nodes stay: `clear` first for a fresh grid.
+    /// Adds the voxels that the triangles of a mesh touch; one that lies on a voxel face, within 1.2e-7
+    /// or what rounding takes from its coordinates, stands on both sides. Earlier nodes stay: `clear` first
+    /// for a fresh grid.
     ///
     /// The origin becomes the lower corner of the mesh's finite vertices. Faces that name no vertex or have
     /// a coordinate that is not finite are left out. An edge length that is not positive and finite adds
-    /// nothing. The time grows with the number of voxels touched.
+    /// nothing. The time grows with the number of voxels touched; a face whose box is 2^40 voxels large on a
+    /// side, which no memory holds, is left out, too.
     void build(const TriMesh& mesh, float voxel);
 
     /// Removes all nodes.

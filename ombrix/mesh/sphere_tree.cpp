@@ -155,15 +155,16 @@ struct SphereTree::Builder {
             node.normal = Vector3f::UnitZ();
         }
         const Vector3d unit = node.normal.cast<double>().normalized();
-        const double at = unit.dot(node.sphere.center.cast<double>());
+        const Vector3d center = node.sphere.center.cast<double>();
         double low = std::numeric_limits<double>::max(), high = -low;
         forEachCorner(first, last, [&](const Vector3f& position) {
-            const double along = unit.dot(position.cast<double>());
+            const double along = unit.dot(position.cast<double>() - center);
             low = std::min(low, along);
             high = std::max(high, along);
         });
-        node.low = roundedDown(low - at);
-        node.high = roundedUp(high - at);
+        const double rounding = 1e-14 * node.sphere.radius;  // of what queries compute for the same corner
+        node.low = roundedDown(low - rounding);
+        node.high = roundedUp(high + rounding);
     }
 
     template <class Visit>

@@ -23,6 +23,15 @@ void TriMesh::add(TriMesh& other) {
     const std::size_t addedNormals = other.normals.size();
     const std::size_t addedFaces = other.faces.size();
 
+    // All memory first: when it runs out, the mesh stays as it is.
+    const auto makeRoom = [](auto& to, std::size_t count) {
+        if (to.size() + count > to.capacity()) {
+            to.reserve(std::max(to.size() + count, 2 * to.capacity()));
+        }
+    };
+    makeRoom(vertices, addedVertices);
+    makeRoom(normals, addedNormals);
+    makeRoom(faces, addedFaces);
     const auto append = [](auto& to, const auto& from, std::size_t count) {
         const std::size_t old = to.size();
         to.resize(old + count);

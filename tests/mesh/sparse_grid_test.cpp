@@ -97,7 +97,7 @@ TEST(SparseGrid, KeysInterleaveWithXHighest) {
 
 TEST(SparseGrid, CountsTrianglesOnVoxelFacesForBothSides) {
     for (const float origin : {0.0f, 0.3f, -2.5f}) {
-        for (const float voxel : {1.0f, 0.1f, 0.7f}) {
+        for (const float voxel : {1.0f, 0.1f, 0.7f, 5.0f, 10.0f, 1000.0f}) {
             const float x = origin + voxel;
             TriMesh mesh;  // an anchor at the origin and a triangle within the plane
             mesh.vertices = {Vector3f::Constant(origin),
@@ -131,6 +131,12 @@ TEST(SparseGrid, LeavesOutWhatHasNoPlace) {
     grid.build(mesh, 0.5f);
     EXPECT_EQ(grid.origin, expected.origin);
     EXPECT_EQ(grid.nodes.size(), expected.nodes.size());
+    TriMesh endless;
+    endless.vertices = {{0, 0, 0}, {1e30f, 0, 0}, {0, 1e30f, 0}, {0.1f, 0.1f, 0.2f}, {0.2f, 0.1f, 0.2f}};
+    endless.faces = {{{0, 1, 2}}, {{0, 3, 4}}};
+    SparseGrid finite;
+    finite.build(endless, 1.0f);
+    EXPECT_EQ(finite.nodes.size(), 1u);
     for (const float voxel : {0.0f, -1.0f, NAN, INFINITY}) {
         SparseGrid none;
         none.build(mesh, voxel);

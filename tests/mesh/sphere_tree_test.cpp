@@ -109,6 +109,30 @@ double bruteHit(const Triangle& triangle, const Vector3f& origin, const Vector3f
     return hit ? t : std::numeric_limits<double>::infinity();
 }
 
+TEST(SphereTree, VerticesTouchTheirFacesFarFromTheOrigin) {
+    TriMesh mesh;  // a tilted plane of whole numbers, whose slabs are as thin as rounding
+    constexpr std::uint32_t SIDE = 41;
+    for (std::uint32_t i = 0; i < SIDE * SIDE; ++i) {
+        const auto x = static_cast<float>(i % SIDE), y = static_cast<float>(i / SIDE);
+        mesh.vertices.emplace_back(1e6f + x, 2e6f + y, 5e5f + x + 2 * y);
+        if (i % SIDE + 1 < SIDE && i / SIDE + 1 < SIDE) {
+            mesh.faces.push_back({{i, i + 1, i + SIDE}});
+            mesh.faces.push_back({{i + 1, i + SIDE + 1, i + SIDE}});
+        }
+    }
+    const SphereTree tree(mesh);
+    for (std::uint32_t v = 0; v < mesh.vertices.size(); ++v) {
+        std::vector<std::uint32_t> touched, expected;
+        for (std::uint32_t f = 0; f < mesh.faces.size(); ++f) {
+            if (std::ranges::count(mesh.faces[f].index, v) != 0) {
+                expected.push_back(f);
+            }
+        }
+        tree.overlappingFaces(mesh.vertices[v], 0, touched);
+        ASSERT_EQ(touched, expected) << v;
+    }
+}
+
 TEST(SphereTree, FirstHitsAgreeWithBruteForce) {
     int hits = 0;
     for (const TriMesh& mesh :
