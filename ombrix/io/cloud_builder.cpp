@@ -294,12 +294,13 @@ void CloudBuilder::activate(ScalarField& field) {
     file_.fields.push_back(name);
 }
 
-std::string CloudBuilder::freeName(const std::string& wanted) const {
+std::string CloudBuilder::freeName(const std::string& wanted) {
     // "normal" is to hold vectors: a scalar of that name would be in the way.
     const std::string base = wanted == core::FIELD_NORMAL ? "scalar_" + wanted : wanted;
     std::string name = base;
-    for (int number = 2; file_.cloud.fields().contains(name); ++number) {
-        name = base + "_" + std::to_string(number);
+    unsigned int& number = lastNumbers_.try_emplace(base, 1).first->second;
+    while (file_.cloud.fields().contains(name)) {
+        name = base + "_" + std::to_string(++number);
     }
     return name;
 }

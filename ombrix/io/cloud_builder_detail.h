@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include <ombrix/io/color_depth_detail.h>
@@ -71,7 +72,7 @@ private:
                        const unsigned char* records, std::size_t stride, std::size_t count) const;
     void addVectors(const VectorColumns& vectors);
     void activate(ScalarField& field);
-    [[nodiscard]] std::string freeName(const std::string& wanted) const;
+    [[nodiscard]] std::string freeName(const std::string& wanted);
 
     RecordTraits traits_;
     std::uint64_t expected_ = 0;
@@ -81,6 +82,7 @@ private:
     std::optional<Column> intensity_;
     std::vector<ScalarField> fields_;
     std::vector<VectorField> vectors_;
+    std::unordered_map<std::string, unsigned int> lastNumbers_;  // behind names that come again
     ColorDepth depth_;
     std::vector<float> scratch_;  // three values for each record of a block
     PointFile file_;

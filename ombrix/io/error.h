@@ -10,7 +10,8 @@ namespace ombrix::io {
 /// A point file that cannot be read or written.
 ///
 /// `what` is one line, "FILE: PLACE: REASON". The place is "byte N" (counted from 0) in binary files,
-/// "line N" (counted from 1) in text, and "opening" or "writing" where the system refused.
+/// "line N" (counted from 1) in text, and "opening" or "writing" where the system refused;
+/// reading that was stopped tells the "point or byte N" that it came to.
 class OMBRIX_IO_API Error : public std::runtime_error {
 public:
     /// Puts the line together.

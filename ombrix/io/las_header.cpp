@@ -45,23 +45,25 @@ std::uint64_t readCount(ByteSource& source, int minor) {
 }
 
 // Where the points' part of the file ends: the waveforms and extended records of later versions follow it.
-std::uint64_t endOfPoints(ByteSource& source, int minor, std::uint64_t pointsAt) {
+std::uint64_t endOfPoints(ByteSource& source, const LasHeader& header) {
     std::uint64_t end = source.size();
     const auto cut = [&](std::uint32_t place) {
         const auto start = loadLittle<std::uint64_t>(source.view(place, 8).data());
-        end = start > pointsAt ? std::min(end, start) : end;
+        const bool behind = header.points == 0 ? start >= header.pointsAt : start > header.pointsAt;
+        end = behind ? std::min(end, start) : end;
     };
-    if (loadLittle<std::uint16_t>(source.view(las::HEADER_SIZE, 2).data()) >= las::SIZE_1_3 && minor >= 3) {
+    if (loadLittle<std::uint16_t>(source.view(las::HEADER_SIZE, 2).data()) >= las::SIZE_1_3 &&
+        header.minor >= 3) {
         cut(las::WAVEFORM_START);
     }
-    if (minor >= 4) {
+    if (header.minor >= 4) {
         cut(las::EXTENDED_RECORD_START);
     }
     return end;
 }
 
 void checkPoints(ByteSource& source, LasHeader& header) {
-    const std::uint64_t end = endOfPoints(source, header.minor, header.pointsAt);
+    const std::uint64_t end = endOfPoints(source, header);
     // LAS 1.0 has two bytes, DD CC, in front of the points, which some writers do not count to the offset.
     const std::uint64_t room = end - header.pointsAt;
     if (header.minor == 0 && room % header.pointLength != 0 &&

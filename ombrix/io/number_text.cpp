@@ -3,6 +3,7 @@
 #include <cmath>
 #include <system_error>
 
+#include <ombrix/core/decimal_size_detail.h>
 #include <ombrix/io/number_text_detail.h>
 
 namespace ombrix::io::detail {
@@ -11,26 +12,6 @@ namespace {
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
-}
-
-// Whether a decimal number that no double holds is too small rather than too large: the sign of the power
-// of ten that its first digit stands for.
-bool isTiny(std::string_view number) {
-    const std::size_t e = number.find_first_of("eE");
-    const std::string_view mantissa = number.substr(0, e);
-    long long exponent = 0;
-    if (e != std::string_view::npos) {
-        std::string_view digits = number.substr(e + 1);
-        const bool negative = digits.starts_with('-');
-        digits.remove_prefix(negative || digits.starts_with('+') ? 1 : 0);
-        if (std::from_chars(digits.data(), digits.data() + digits.size(), exponent).ec != std::errc()) {
-            return negative;
-        }
-        exponent = negative ? -exponent : exponent;
-    }
-    const std::size_t point = std::min(mantissa.find('.'), mantissa.size());
-    const std::size_t first = mantissa.find_first_of("123456789");
-    return static_cast<long long>(point) - static_cast<long long>(first) + exponent < 0;
 }
 
 }  // namespace
@@ -52,7 +33,7 @@ const char* takeNumber(const char*& at, const char* end, double& value) {
     }
     const auto [stop, code] = std::from_chars(begin, end, value);
     if (code == std::errc::result_out_of_range) {
-        if (!isTiny({begin, static_cast<std::size_t>(stop - begin)})) {
+        if (!core::detail::isTinyDecimal({begin, static_cast<std::size_t>(stop - begin)})) {
             return "number out of range: ";
         }
         value = 0.0;

@@ -15,13 +15,9 @@ OutputFile::OutputFile(const std::filesystem::path& path) : path_(path) {
 }
 
 OutputFile::~OutputFile() {
-    if (file_ == nullptr) {
-        return;
-    }
-    std::fclose(file_);
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(path_, ignored)) {  // never a device
-        std::filesystem::remove(path_, ignored);
+    if (file_ != nullptr) {
+        std::fclose(file_);
+        remove();
     }
 }
 
@@ -40,7 +36,17 @@ void OutputFile::close() {
     std::FILE* file = file_;
     file_ = nullptr;
     if (std::fclose(file) != 0) {
+        const int reason = errno;
+        remove();
+        errno = reason;
         failAsSystem("writing");
+    }
+}
+
+void OutputFile::remove() const {
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(path_, ignored)) {  // never a device
+        std::filesystem::remove(path_, ignored);
     }
 }
 

@@ -12,7 +12,7 @@
 
 namespace ombrix::io::detail {
 
-/// A file that is written front to back. Unless `close` was reached, the destructor removes it.
+/// A file that is written front to back. Unless `close` succeeds, it is removed.
 class OutputFile {
 public:
     /// @throws Error  when the file cannot be made.
@@ -30,6 +30,7 @@ public:
     void close();
 
 private:
+    void remove() const;
     [[noreturn]] void failAsSystem(const char* place) const;
 
     std::filesystem::path path_;

@@ -1,4 +1,6 @@
-#include <algorithm>
+#include <array>
+#include <string>
+#include <unordered_map>
 #include <utility>
 
 #include <ombrix/io/ply_columns_detail.h>
@@ -7,28 +9,55 @@ namespace ombrix::io::detail {
 
 namespace {
 
-Column* findField(std::vector<Column>& columns, const std::string& name) {
-    const auto it = std::ranges::find_if(
-        columns, [&](const Column& c) { return c.role == Role::Field && c.name == name; });
-    return it == columns.end() ? nullptr : &*it;
-}
-
-// Takes three columns that a note calls a vector out of the list.
-void takeVector(const PlyFieldNote& note, PlyColumns& out) {
-    const char* endings[] = {"_x", "_y", "_z"};
-    VectorColumns vector{note.name, note.kind == "vector3d", {}};
-    for (std::size_t i = 0; i < 3; ++i) {
-        const Column* column = findField(out.columns, note.property + endings[i]);
-        if (column == nullptr) {
-            return;
+// What the notes of a header say about the columns that are fields.
+class Notes {
+public:
+    explicit Notes(PlyColumns& out) : out_(out), taken_(out.columns.size()) {
+        for (std::size_t i = 0; i < out.columns.size(); ++i) {
+            if (out.columns[i].role == Role::Field) {
+                fields_.emplace(out.columns[i].name, i);
+            }
         }
-        vector.columns[i] = *column;
     }
-    std::erase_if(out.columns, [&](const Column& c) {
-        return std::ranges::any_of(vector.columns, [&](const Column& v) { return v.offset == c.offset; });
-    });
-    out.vectors.push_back(std::move(vector));
-}
+
+    void apply(const PlyFieldNote& note) {
+        if (note.kind != "float") {
+            takeVector(note);
+        } else if (const auto field = fields_.find(note.property); field != fields_.end()) {
+            out_.columns[field->second].name = note.name;
+            fields_.erase(field);
+        }
+    }
+
+    // Drops the columns that have become parts of vectors.
+    void finish() {
+        std::size_t i = 0;
+        std::erase_if(out_.columns, [&](const Column&) { return taken_[i++]; });
+    }
+
+private:
+    void takeVector(const PlyFieldNote& note) {
+        VectorColumns vector{note.name, note.kind == "vector3d", {}};
+        const std::array<std::string, 3> names = {note.property + "_x", note.property + "_y",
+                                                  note.property + "_z"};
+        for (std::size_t i = 0; i < 3; ++i) {
+            const auto field = fields_.find(names[i]);
+            if (field == fields_.end()) {
+                return;
+            }
+            vector.columns[i] = out_.columns[field->second];
+        }
+        for (const std::string& name : names) {
+            taken_[fields_.at(name)] = true;
+            fields_.erase(name);
+        }
+        out_.vectors.push_back(std::move(vector));
+    }
+
+    PlyColumns& out_;
+    std::unordered_map<std::string, std::size_t> fields_;  // by property, the first of each name
+    std::vector<bool> taken_;
+};
 
 }  // namespace
 
@@ -52,13 +81,11 @@ PlyColumns plyColumns(const PlyHeader& header, const PlyElement& element) {
     out.traits.exactFloats = !header.ascii;
     out.traits.swapped = !header.ascii && header.order != std::endian::native;
     out.traits.colors = realColors ? ColorDepth::Kind::Real : ColorDepth::Kind::Integer;
+    Notes notes(out);
     for (const PlyFieldNote& note : header.notes) {
-        if (note.kind != "float") {
-            takeVector(note, out);
-        } else if (Column* column = findField(out.columns, note.property)) {
-            column->name = note.name;
-        }
+        notes.apply(note);
     }
+    notes.finish();
     return out;
 }
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <charconv>
-#include <optional>
+#include <string>
+#include <unordered_set>
 #include <utility>
 
 #include <ombrix/io/number_text_detail.h>
@@ -45,7 +46,8 @@ void readFormat(std::string_view text, PlyHeader& header, const LineReader& line
     }
 }
 
-PlyElement readElement(std::string_view text, const PlyHeader& header, const LineReader& lines) {
+PlyElement readElement(std::string_view text, std::unordered_set<std::string>& names,
+                       const LineReader& lines) {
     PlyElement element;
     element.name = takeWord(text);
     const std::string_view count = takeWord(text);
@@ -53,7 +55,7 @@ PlyElement readElement(std::string_view text, const PlyHeader& header, const Lin
     if (count.empty() || code != std::errc() || stop != count.data() + count.size()) {
         lines.fail("no count of elements: " + inQuotes(count));
     }
-    if (std::ranges::any_of(header.elements, [&](const PlyElement& e) { return e.name == element.name; })) {
+    if (!names.insert(element.name).second) {
         lines.fail("the element " + inQuotes(element.name) + " is there twice");
     }
     return element;
@@ -110,6 +112,7 @@ PlyHeader readPlyHeader(LineReader& lines) {
         lines.fail("the first line is not 'ply'");
     }
     bool hasFormat = false;
+    std::unordered_set<std::string> names;
     while (lines.offset() < LONGEST_HEADER && lines.next(text)) {
         const std::string_view keyword = takeWord(text);
         if (keyword == "comment") {
@@ -120,7 +123,7 @@ PlyHeader readPlyHeader(LineReader& lines) {
             readFormat(text, header, lines);
             hasFormat = true;
         } else if (keyword == "element") {
-            header.elements.push_back(readElement(text, header, lines));
+            header.elements.push_back(readElement(text, names, lines));
         } else if (keyword == "property" && !header.elements.empty()) {
             header.elements.back().properties.push_back(readProperty(text, lines));
         } else if (keyword == "end_header") {

@@ -11,8 +11,13 @@ namespace ombrix::io::detail {
 
 namespace {
 
-// Records of a PLY element that are put in a row before they go to the builder.
-constexpr std::size_t ROWS = 4096;
+// Records of a PLY element that are put in a row before they go to the builder: as many as there are, and
+// less where a header has them very long.
+std::size_t rowsAtOnce(const PlyElement& element, std::size_t stride) {
+    constexpr std::size_t ROWS = 4096;
+    constexpr std::size_t BYTES = std::size_t{1} << 20;
+    return std::min<std::uint64_t>(element.count, std::clamp<std::size_t>(BYTES / stride, 1, ROWS));
+}
 
 std::pair<double, double> limitsOf(ScalarType type) {
     return withType(type, false, []<class T, bool Swap>() {
@@ -90,9 +95,10 @@ std::string_view nextRecord(LineReader& lines, const PlyElement& element, std::u
 
 void readAscii(LineReader& lines, const PlyElement& element, const PlyColumns& columns, const Watch& watch,
                CloudBuilder& builder) {
-    std::vector<double> rows(ROWS * columns.stride / sizeof(double));
+    const std::size_t most = rowsAtOnce(element, columns.stride);
+    std::vector<double> rows(most * columns.stride / sizeof(double));
     for (std::uint64_t done = 0; done < element.count;) {
-        const std::size_t n = std::min<std::uint64_t>(ROWS, element.count - done);
+        const std::size_t n = std::min<std::uint64_t>(most, element.count - done);
         double* row = rows.data();
         for (std::size_t i = 0; i < n; ++i, row += columns.stride / sizeof(double)) {
             readAsciiRecord(nextRecord(lines, element, element.count - done - i), element, lines, row);
@@ -153,9 +159,10 @@ void readBinary(ByteSource& source, Cursor& cursor, const PlyElement& element, c
 
 void readBinaryWithLists(ByteSource& source, Cursor& cursor, const PlyElement& element,
                          const PlyColumns& columns, const Watch& watch, CloudBuilder& builder) {
-    std::vector<unsigned char> rows(ROWS * columns.stride);
+    const std::size_t most = rowsAtOnce(element, columns.stride);
+    std::vector<unsigned char> rows(most * columns.stride);
     for (std::uint64_t done = 0; done < element.count;) {
-        const std::size_t n = std::min<std::uint64_t>(ROWS, element.count - done);
+        const std::size_t n = std::min<std::uint64_t>(most, element.count - done);
         for (std::size_t i = 0; i < n; ++i) {
             walkBinaryRecord(cursor, element, columns.traits.swapped, source,
                              rows.data() + i * columns.stride);

@@ -60,7 +60,8 @@ std::vector<std::string_view> cutLine(std::string_view line, Separator separator
         }
         return pieces;
     }
-    while (!trimmed(line).empty()) {
+    line = line.substr(0, line.find_last_not_of(" \t") + 1);
+    while (line.find_first_not_of(" \t") != std::string_view::npos) {
         const std::size_t end = std::min(line.find(static_cast<char>(separator)), line.size());
         pieces.push_back(trimmed(line.substr(0, end)));
         line.remove_prefix(std::min(end + 1, line.size()));
@@ -77,7 +78,7 @@ std::vector<Column> namedTextColumns(const std::vector<std::string_view>& names)
     return settleRoles(columns) ? columns : std::vector<Column>{};
 }
 
-std::vector<Column> guessedTextColumns(std::span<const double> rows, std::size_t count) {
+std::vector<Column> guessedTextColumns(std::span<const double> rows, std::size_t count, bool colors) {
     std::vector<Column> columns;
     const auto add = [&](Role role, std::size_t times) {
         for (std::size_t i = 0; i < times; ++i) {
@@ -96,7 +97,7 @@ std::vector<Column> guessedTextColumns(std::span<const double> rows, std::size_t
         return true;
     };
     add(Role::X, 3);
-    bool color = false;
+    bool color = !colors;
     bool normal = false;
     bool intensity = false;
     bool field = false;

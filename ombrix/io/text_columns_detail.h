@@ -23,7 +23,9 @@ enum class Separator : char { Blank = ' ', Comma = ',', Semicolon = ';' };
 /// Columns of doubles by their names; empty when x, y and z are not among them.
 [[nodiscard]] std::vector<Column> namedTextColumns(const std::vector<std::string_view>& names);
 
-/// Columns of doubles by the values of the first rows, each of `count` values, three at least.
-[[nodiscard]] std::vector<Column> guessedTextColumns(std::span<const double> rows, std::size_t count);
+/// Columns of doubles by the values of the first rows, each of `count` values, three at least; without
+/// `colors`, no columns are taken for such.
+[[nodiscard]] std::vector<Column> guessedTextColumns(std::span<const double> rows, std::size_t count,
+                                                     bool colors);
 
 }  // namespace ombrix::io::detail

@@ -18,11 +18,15 @@ namespace {
 // Points that go to the builder at a time; the first of these groups also tells what the columns are.
 constexpr std::size_t ROWS = 4096;
 
+// Values that the first rows showed to be colours, and a later row does not.
+struct NoColors {};
+
 class TextReader {
 public:
-    TextReader(ByteSource& source, const ReadOptions& options)
+    TextReader(ByteSource& source, const ReadOptions& options, bool guessColors)
         : source_(&source),
           options_(&options),
+          guessColors_(guessColors),
           lines_(source),
           watch_(options, source.path(), source.size()) {}
 
@@ -41,6 +45,8 @@ private:
 
     ByteSource* source_;
     const ReadOptions* options_;
+    bool guessColors_;
+    bool guessed_ = false;
     LineReader lines_;
     Watch watch_;
     Separator separator_ = Separator::Blank;
@@ -195,6 +201,9 @@ void TextReader::readRow(std::string_view line) {
     const double* row = rows_.data() + rows_.size() - count_;
     for (const std::size_t channel : channels_) {
         if (row[channel] < 0.0 || row[channel] > 65535.0) {
+            if (guessed_) {
+                throw NoColors();
+            }
             lines_.fail("a colour is not between 0 and 65535");
         }
     }
@@ -202,7 +211,8 @@ void TextReader::readRow(std::string_view line) {
 
 void TextReader::startBuilder() {
     if (columns_.empty()) {
-        setColumns(guessedTextColumns(rows_, count_));
+        setColumns(guessedTextColumns(rows_, count_, guessColors_));
+        guessed_ = true;
     }
     RecordTraits traits;
     traits.colors = ColorDepth::Kind::Text;
@@ -247,7 +257,11 @@ PointFile TextReader::read() {
 }  // namespace
 
 PointFile readText(ByteSource& source, const ReadOptions& options) {
-    return TextReader(source, options).read();
+    try {
+        return TextReader(source, options, true).read();
+    } catch (const NoColors&) {
+        return TextReader(source, options, false).read();
+    }
 }
 
 }  // namespace ombrix::io::detail

@@ -3,21 +3,19 @@
 #include <string_view>
 #include <system_error>
 
+#include <ombrix/core/decimal_size_detail.h>
 #include <ombrix/mesh/obj_number_detail.h>
 
 namespace ombrix::mesh::detail {
 
 namespace {
 
-/// A number that not even double can hold: infinite, or 0 when its exponent is negative or its integer part
-/// is all zeros.
+/// A number that not even double can hold: infinite, or 0 when the power of ten that its first digit stands
+/// for is negative.
 float beyondDouble(std::string_view text) noexcept {
     const bool negative = text.starts_with('-');
     text.remove_prefix(negative ? 1 : 0);
-    const std::size_t exponent = text.find_first_of("eE");
-    const bool tiny = exponent != std::string_view::npos ? text.substr(exponent + 1).starts_with('-')
-                                                         : text.find_first_not_of('0') == text.find('.');
-    const float size = tiny ? 0.0f : std::numeric_limits<float>::infinity();
+    const float size = core::detail::isTinyDecimal(text) ? 0.0f : std::numeric_limits<float>::infinity();
     return negative ? -size : size;
 }
 

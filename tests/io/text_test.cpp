@@ -68,6 +68,15 @@ TEST_F(TextRead, ColumnsWithoutNamesAreToldByTheirValues) {
     EXPECT_EQ(columns("1 2 3 10 20 30 -0.7\n"), "color intensity ");
     EXPECT_EQ(columns("1 2 3 10 20 30 0.6 0 0.8\n"), "color normal ");
 
+    // What thousands of rows suggest, a later one may refute
+    std::string many;
+    for (int row = 0; row < 5000; ++row) {
+        many += "1 2 3 10 20 30\n";
+    }
+    EXPECT_EQ(columns(many), "color ");
+    EXPECT_EQ(columns(many + "1 2 3 10 -1 30\n"), "column_4 column_5 column_6 ");
+    EXPECT_EQ(field(read("a.txt", many + "1 2 3 10 -1 30\n"), "column_5")[5000], -1.0f);
+
     EXPECT_EQ(read("a.pts", "2\n1 2 3 -5 10 20 30\n4 5 6 -7 1 2 3\n").cloud.colors()[0],
               ColorRGB(10, 20, 30));
     EXPECT_EQ(read("a.txt", "1 2 3 1 0 1\n1 2 3 0 0 0\n").cloud.colors()[0], ColorRGB(1, 0, 1));
@@ -86,6 +95,7 @@ TEST_F(TextRead, RubbishIsNamedWithItsLine) {
              {"1 2 3\n4 -inf 6\n", "line 2: not a finite number: '-inf'"},
              {"nan 2 3\n", "line 1: not a finite number: 'nan'"},
              {"1 2 3\n4 1e999 6\n", "line 2: number out of range: '1e999'"},
+             {"1 2 3\n4 1e9223372036854775807 6\n", "line 2: number out of range: '1e9223372036854775807'"},
              {"1 2 3\n4 5x 6\n", "line 2: not a number: '5x'"},
              {"1 2 3\n4 +-5 6\n", "line 2: not a number: '+-5'"},
              {"1;2;3\n4;5,5;6\n", "line 2: not a number: '5,5'"},
@@ -96,6 +106,7 @@ TEST_F(TextRead, RubbishIsNamedWithItsLine) {
         EXPECT_EQ(errorOf("a.txt", text), message) << text;
     }
     EXPECT_EQ(world(read("a.txt", "1e-400 -0.0e5 1000e-2\n"), 0), Vector3d(0, 0, 10));
+    EXPECT_EQ(world(read("a.txt", "0.0001e-9223372036854775807 1 2\n"), 0), Vector3d(0, 1, 2));
 }
 
 TEST_F(TextRead, ObjVerticesWithAndWithoutColors) {
