@@ -275,6 +275,20 @@ TEST_F(Allocation, OfAnalyses) {
             merge.result(out, sources);
         }
     });
+    expectEveryAllocationMayFail(
+        "adding to a merge",
+        [] {
+            Merge merge(0.0f);
+            merge.add(smallCloud(), Vector3d::Zero());
+            return merge;
+        },
+        [](Merge& merge) { merge.add(smallCloud(), Vector3d(0.1, 0, 0)); },
+        [](Merge& merge) {
+            PointCloud out;
+            merge.result(out);
+            EXPECT_TRUE(out.size() == 60 || out.size() == 120);
+            expectEven(out, out.size());
+        });
     expectFor("linear octree", [](PointCloud& cloud) {
         const PointCloudMorton morton(cloud, Vector3f::Zero(), 1.0f);
         static_cast<void>(morton.keys(4));

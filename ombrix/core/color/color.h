@@ -141,7 +141,8 @@ struct OMBRIX_CORE_API ColorHSV {
     /// Takes the three values as they are.
     ColorHSV(float hue, float saturation, float value) : h(hue), s(saturation), v(value) {}
 
-    /// A hue of 360 falls into the first sector; a negative hue gives black.
+    /// A hue of 360 falls into the first sector; one below 0 gives black, unless the whole number below hue /
+    /// 60 is a multiple of 6.
     [[nodiscard]] ColorRGB HSVToRGB();
 
     friend bool operator==(const ColorHSV&, const ColorHSV&) = default;

@@ -96,11 +96,11 @@ float ColorMap::relative_pos(float x) const {
     return std::clamp((x - min_) / (max_ - min_), 0.0f, 1.0f);
 }
 
-const ColorRGB_F& ColorMap::color_absolute(float x) const {
+ColorRGB_F ColorMap::color_absolute(float x) const {
     return min_ == max_ ? steps_[0] : color_relative(relative_pos(x));
 }
 
-const ColorRGB_F& ColorMap::color_relative(float t) const {
+ColorRGB_F ColorMap::color_relative(float t) const {
     return std::isnan(t) ? steps_[0] : steps_[static_cast<std::size_t>(t * LAST_STEP)];
 }
 

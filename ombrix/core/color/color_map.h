@@ -63,11 +63,11 @@ public:
     [[nodiscard]] float relative_pos(float x) const;
 
     /// Entry k of the table.
-    [[nodiscard]] const ColorRGB_F& color(unsigned int k) const { return steps_[k]; }
+    [[nodiscard]] ColorRGB_F color(unsigned int k) const { return steps_[k]; }
     /// The entry for an absolute value, the end's beyond the boundaries; entry 0 for a NaN or min = max.
-    [[nodiscard]] const ColorRGB_F& color_absolute(float x) const;
+    [[nodiscard]] ColorRGB_F color_absolute(float x) const;
     /// The entry for a relative position, which must lie in [0, 1]; entry 0 for a NaN.
-    [[nodiscard]] const ColorRGB_F& color_relative(float t) const;
+    [[nodiscard]] ColorRGB_F color_relative(float t) const;
     /// 255 when min <= x <= max, else 0.
     [[nodiscard]] unsigned char color_threshold(float x) const;
 

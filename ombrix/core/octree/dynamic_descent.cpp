@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -28,6 +29,13 @@ void prefetchEnds(const PointCloud& cloud) {
 }
 
 }  // namespace
+
+bool shareFields(const PointCloud& a, const PointCloud& b) {
+    return std::any_of(a.fields().begin(), a.fields().end(), [&](const auto& entry) {
+        const auto& [name, field] = entry;
+        return field.use_count() > 1 && b.fields().contains(name) && b.fields().get(name) == field;
+    });
+}
 
 Octree::Node* Descent::find(const Octree::Node& parent, unsigned int octant) const {
     const auto found = octree_.nodes().find(child_key(parent.key, octant));
@@ -85,7 +93,8 @@ void Descent::descend(Octree::Node& node, const Arrivals& arrivals, std::vector<
 
 void Descent::fill(Octree::Node& leaf, const Arrivals& arrivals) {
     PointCloud* cloud = leaf.pc.get();
-    if (cloud == nullptr || (leaf.flags & NODE_RELATIVE) == 0 || cloud == arrivals.cloud) {
+    if (cloud == nullptr || (leaf.flags & NODE_RELATIVE) == 0 || cloud == arrivals.cloud ||
+        shareFields(*cloud, *arrivals.cloud)) {
         deferred_.push_back({&leaf, arrivals});
     } else if (cloud->size() + arrivals.size() > maxPoints_ && node_depth(leaf.key) < DEEPEST_LEAF) {
         splitLeaf(octree_, {leaf.key, cloud, arrivals}, maxPoints_, DEEPEST_LEAF, scratch_, nodes_, work_);
@@ -179,7 +188,11 @@ void Descent::enter() noexcept {
         node.compressed.reset();
     }
     for (const Adoption& adoption : adoptions_) {
-        adoption.parent->children |= static_cast<std::uint8_t>(1u << adoption.octant);
+        Octree::Node& parent = *adoption.parent;
+        parent.children |= static_cast<std::uint8_t>(1u << adoption.octant);
+        if (!parent.pc || parent.pc->size() == 0) {
+            parent.flags |= NODE_RELATIVE;
+        }
     }
 }
 

@@ -10,6 +10,9 @@
 
 namespace ombrix::core::detail {
 
+/// Whether points appended to one of two clouds would grow a field of the other: copies share their fields.
+[[nodiscard]] bool shareFields(const PointCloud& a, const PointCloud& b);
+
 /// Arrivals on their way down a growing tree: appends them to leaves and prepares the nodes that are missing
 /// or come from splits, without changing the tree's structure. Each is used once. Descents into different
 /// sub-trees may run at once; what they have found is entered into the tree afterwards. A descent that ends

@@ -8,6 +8,7 @@
 #include <ombrix/core/octree/morton.h>
 #include <ombrix/core/octree/node_frame_detail.h>
 #include <ombrix/core/octree/padded_append_detail.h>
+#include <ombrix/core/services/work_detail.h>
 
 namespace ombrix::core {
 namespace {
@@ -110,6 +111,12 @@ void DynamicOctreeFactory::setFrame(Octree& tree, const Frame& frame) {
     copyStateTo(tree, octree_->type());  // the edge as it is: corners in the millions would round it
 }
 
+/// Gives the tree the factory's cube, which a caller may have set.
+void DynamicOctreeFactory::adoptFrame() {
+    octree_->setOriginTop(origin_, top_);
+    copyStateTo(*octree_, octree_->type());
+}
+
 bool DynamicOctreeFactory::grow(const Frame& frame, const Aabb& box, Growth& growth) {
     const Vector3d origin = frame.origin.cast<double>();
     const double edge = frame.extend;
@@ -156,6 +163,10 @@ bool DynamicOctreeFactory::grow(const Frame& frame, const Aabb& box, Growth& gro
 }
 
 void DynamicOctreeFactory::expand_octree(const Aabb& box) {
+    expand(box, nullptr);
+}
+
+void DynamicOctreeFactory::expand(const Aabb& box, detail::Work* work) {
     Frame frame{octree_->origin(), octree_->extend()};
     Growth growth;
     while (!contains(frame, box) && grow(frame, box, growth)) {
@@ -165,9 +176,9 @@ void DynamicOctreeFactory::expand_octree(const Aabb& box) {
             if (!octree_->hasKey(octree_->rootKey())) {
                 setFrame(*octree_, growth.frame);
             } else if (growth.exact) {
-                hang(growth);
+                hang(growth, work);
             } else {
-                rebuild(growth);
+                rebuild(growth, work);
             }
         } catch (...) {
             origin_ = heldFrame.origin;
@@ -179,8 +190,9 @@ void DynamicOctreeFactory::expand_octree(const Aabb& box) {
     }
 }
 
-/// Hangs the old tree below its place in a new one; as long as memory may run out, the old one stays whole.
-void DynamicOctreeFactory::hang(const Growth& growth) {
+/// Hangs the old tree below its place in a new one; as long as memory may run out, or the work be stopped,
+/// the old one stays whole.
+void DynamicOctreeFactory::hang(const Growth& growth, detail::Work* work) {
     const std::shared_ptr<Octree> old = octree_;
     std::shared_ptr<Octree> tree = create_octree();
     setFrame(*tree, growth.frame);
@@ -196,6 +208,9 @@ void DynamicOctreeFactory::hang(const Growth& growth) {
     std::vector<std::pair<PointCloud*, Vector3d>> shifted;
 
     for (const auto& [key, hung] : keys) {
+        if (work != nullptr) {
+            work->check();
+        }
         const Octree::Node& node = old->node(key);
         const bool merged = node_depth(key) + growth.levels > DEEPEST_KEPT;
         Octree::Node& target = tree->add_node(hung);
@@ -246,7 +261,7 @@ void DynamicOctreeFactory::hang(const Growth& growth) {
 
 /// Moves all points to a new tree whose grid does not fit the old one: floats far from zero have too few
 /// digits for the corner that growth asks for.
-void DynamicOctreeFactory::rebuild(const Growth& growth) {
+void DynamicOctreeFactory::rebuild(const Growth& growth, detail::Work* work) {
     const std::shared_ptr<Octree> old = octree_;
     std::shared_ptr<Octree> tree = create_octree();
     setFrame(*tree, growth.frame);
@@ -259,6 +274,9 @@ void DynamicOctreeFactory::rebuild(const Growth& growth) {
     octree_ = tree;
     try {
         for (const auto& [key, root] : keys) {
+            if (work != nullptr) {
+                work->check();
+            }
             if (const std::shared_ptr<PointCloud> cloud = old->node_pc(key); cloud && cloud->size() > 0) {
                 const Vector3f corner = detail::positionOffset(*old, old->node(key));
                 distribute(*cloud, corner.cast<double>() + old->origin().cast<double>(), false, nullptr);

@@ -133,17 +133,18 @@ void DynamicOctreeFactory::addWithin(const PointCloud& cloud, const Vector3d& sh
             pcAabb_.max[axis] = std::max(pcAabb_.max[axis], box.max[axis] + BOX_MARGIN);
         }
     }
-    const Vector3d origin = octree_->origin().cast<double>();
+    const bool first = !octree_->hasKey(octree_->rootKey());
+    const Vector3d origin = (first ? origin_ : octree_->origin()).cast<double>();
     const Aabb reached = reachable(box, origin.allFinite() ? origin : Vector3d::Zero().eval());
     bool entered = false;
     bool merged = false;
     try {
-        if (!octree_->hasKey(octree_->rootKey())) {
+        if (first) {
             addFirst(cloud, shift, reached, work);
         } else {
             if (!contains({octree_->origin(), octree_->extend()}, reached)) {
                 merged = true;
-                expand_octree(reached);
+                expand(reached, work);
                 splitMergedLeaves();
                 merged = false;
             }
@@ -174,7 +175,8 @@ void DynamicOctreeFactory::addFirst(const PointCloud& cloud, const Vector3d& shi
     Octree before;
     before.copyBox(*octree_);
     if (extend_ > 0.0f && std::isfinite(extend_) && origin_.allFinite()) {
-        expand_octree(box);  // the root cube was fixed by the caller
+        adoptFrame();  // the root cube was fixed by the caller
+        expand(box, work);
     } else {
         setFrame(*octree_, firstFrame(box));
     }

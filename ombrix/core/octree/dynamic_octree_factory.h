@@ -78,7 +78,8 @@ public:
     /// Hands all points on to a nested factory and releases the tree's clouds; the tree keeps its nodes and
     /// their sizes.
     ///
-    /// Nodes with flags value 8 pass their points on in world coordinates. Clouds of other nodes are passed
+    /// Of the fields, "normal", "distance" and "ambient" go along. Nodes with flags value 8 pass their points
+    /// on in world coordinates. Clouds of other nodes are passed
     /// on as they stand, so they have to be in world coordinates: do not call `factory()` before.
     [[nodiscard]] std::shared_ptr<NestedOctreeFactory> convert();
 
@@ -149,8 +150,10 @@ private:
     [[nodiscard]] static bool contains(const Frame& frame, const Aabb& box);
     [[nodiscard]] static bool grow(const Frame& frame, const Aabb& box, Growth& growth);
     void setFrame(Octree& tree, const Frame& frame);
-    void hang(const Growth& growth);
-    void rebuild(const Growth& growth);
+    void adoptFrame();
+    void expand(const Aabb& box, detail::Work* work);
+    void hang(const Growth& growth, detail::Work* work);
+    void rebuild(const Growth& growth, detail::Work* work);
     void splitMergedLeaves();
 
     void addWithin(const PointCloud& cloud, const Vector3d& shift, detail::Work* work);
@@ -158,6 +161,7 @@ private:
     void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode, detail::Work* work);
     void distribute(const PointCloud& cloud, const Vector3d& shift, bool onePerCode, detail::Work* work,
                     bool& entered);
+    Octree::Node& root();
     Octree::Node& child(Octree::Node& node, unsigned int octant);
     PointCloud& ownCloud(Octree::Node& node);
     std::vector<std::uint64_t> split(Octree::Node& node, unsigned int levels, detail::Work* work = nullptr);

@@ -93,6 +93,17 @@ Octree::Node& DynamicOctreeFactory::child(Octree::Node& node, unsigned int octan
     return added;
 }
 
+/// The root; an empty one in the factory's cube where there is none yet.
+Octree::Node& DynamicOctreeFactory::root() {
+    if (octree_->hasKey(octree_->rootKey())) {
+        return octree_->node(octree_->rootKey());
+    }
+    adoptFrame();
+    Octree::Node& made = octree_->add_node(octree_->rootKey());
+    ownCloud(made);
+    return made;
+}
+
 void DynamicOctreeFactory::add(Octree::Node& node, const Point& point) {
     if (node.children != 0) {
         return;
@@ -102,7 +113,7 @@ void DynamicOctreeFactory::add(Octree::Node& node, const Point& point) {
 }
 
 std::uint64_t DynamicOctreeFactory::push_to_leaf(const Point& point) {
-    Octree::Node* node = &octree_->node(octree_->rootKey());
+    Octree::Node* node = &root();
     while (node->children != 0 && node_depth(node->key) < MAX_DEPTH) {
         const unsigned int depth = node_depth(node->key);
         const std::uint64_t path = node->key ^ std::uint64_t{1} << (3 * depth);
@@ -137,6 +148,7 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
     if (cloud.size() == 0) {
         return;
     }
+    Octree::Node& top = root();
     const Vector3d offset = shift - octree_->origin().cast<double>();
     const double extend = octree_->extend();
 
@@ -174,7 +186,7 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
     std::vector<detail::Descent::Stop> stops;
     std::vector<detail::Descent> descents;
     descents.emplace_back(*octree_, maxPoints_, work);
-    descents.front().descend(octree_->node(octree_->rootKey()), arrivals, &stops);
+    descents.front().descend(top, arrivals, &stops);
     descents.reserve(stops.size() + 2);
     for (std::size_t i = 0; i <= stops.size(); ++i) {
         descents.emplace_back(*octree_, maxPoints_, work);
@@ -189,8 +201,9 @@ void DynamicOctreeFactory::distribute(const PointCloud& cloud, const Vector3d& s
         if (!stop.node->pc && stop.node->size > 0) {
             stop.node->pc = octree_->node_pc(stop.node->key);
         }
-        if (stop.node->pc && stop.node->pc.get() == source) {
-            copy.copyFrom(*source, false);  // somebody adds a leaf's cloud to its own tree
+        if (stop.node->pc &&
+            (stop.node->pc.get() == source || detail::shareFields(*stop.node->pc, *source))) {
+            copy.copyFrom(*source, false);  // somebody adds a leaf's cloud, or a copy, to its own tree
             source = &copy;
         }
         stop.arrivals.cloud = source;

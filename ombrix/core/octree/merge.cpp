@@ -5,6 +5,7 @@
 #include <ombrix/core/octree/merge.h>
 #include <ombrix/core/octree/merge_cells_detail.h>
 #include <ombrix/core/octree/padded_append_detail.h>
+#include <ombrix/core/octree/watched_append_detail.h>
 
 namespace ombrix::core {
 namespace {
@@ -128,8 +129,15 @@ void averageAttributes(const PointCloud& points, const CellGroups& groups, Point
 }  // namespace
 
 void Merge::add(const PointCloud& cloud, const Vector3d& shift) {
+    detail::AppendRollback before(points_);
     parts_.push_back({points_.size(), shift});
-    detail::appendEven(points_, cloud, Vector3d::Zero(), false);
+    try {
+        detail::appendEven(points_, cloud, Vector3d::Zero(), false);
+    } catch (...) {
+        before.undo();
+        parts_.pop_back();
+        throw;
+    }
 }
 
 void Merge::clear() {

@@ -59,12 +59,13 @@ public:
     /// Removes all entries and frees the storage.
     void clear() noexcept;
 
-    /// Largest share of the table's places that are taken before it grows.
-    [[nodiscard]] float max_load_factor() const noexcept { return 0.75f; }
+    /// Number of entries that fit before the table grows; it has a third more places.
+    [[nodiscard]] std::size_t bucket_count() const noexcept { return table_.size() / 4 * 3; }
+    /// Share of them that are taken.
     [[nodiscard]] float load_factor() const noexcept {
-        return table_.empty() ? 0.0f : static_cast<float>(size_) / static_cast<float>(table_.size());
+        return table_.empty() ? 0.0f : static_cast<float>(size_) / static_cast<float>(bucket_count());
     }
-    [[nodiscard]] std::size_t bucket_count() const noexcept { return table_.size(); }
+    [[nodiscard]] float max_load_factor() const noexcept { return 1.0f; }
 
     /// The entry of a key, or whether there is one; `end()` without.
     [[nodiscard]] bool contains(std::uint64_t key) const noexcept { return positionOf(key) != size_; }
@@ -205,7 +206,7 @@ std::pair<CellMap::iterator, bool> CellMap::try_emplace_from(std::uint64_t key, 
     }
     ::new (static_cast<void*>(&entry(size_))) value_type(key, make());
     table_[i] = static_cast<std::uint32_t>(++size_);
-    if (size_ > table_.size() / 4 * 3) {
+    if (size_ > bucket_count()) {
         rebuild(table_.size() * 2);
     }
     return {iterator(*this, size_ - 1), true};

@@ -29,7 +29,8 @@ class NestedStreams;
 /// the child whose octant contains it. The root alone is a coarse, evenly spread sample of the whole.
 ///
 /// Points are kept as `Point` records, position relative to the origin and `index` the Morton code of 21
-/// levels. Infinite coordinates go to the root box's faces and a NaN counts as 0 on its axis; the point
+/// levels; of a cloud's fields they hold "normal", "distance" and "ambient", and the others are left behind.
+/// Infinite coordinates go to the root box's faces and a NaN counts as 0 on its axis; the point
 /// itself stays as it is.
 ///
 /// Points arrive one after another, and the order decides ties: the same input gives the same tree. One

@@ -39,7 +39,7 @@ public:
     /// One cube of the tree and the points that it holds.
     struct Node {
         std::uint64_t key = 0;             ///< see morton.h
-        std::uint64_t size = 0;            ///< number of points, kept when the cloud is released
+        std::uint64_t size = 0;            ///< number of points of a released cloud, see `free_node`
         std::shared_ptr<PointCloud> pc;    ///< the points; empty when released or never loaded
         std::shared_ptr<void> compressed;  ///< a second form of the points, for derived trees
         std::uint8_t children = 0;         ///< bit o: the child in octant o exists
@@ -85,7 +85,7 @@ public:
 
     // Hooks for derived trees; nothing happens here.
 
-    /// Points or mask of the node were changed. A hook: nothing happens here.
+    /// Points or mask of the node were changed; the full builder does not tell. A hook: nothing happens here.
     virtual void update_node(std::uint64_t key);
     /// What is in memory may be dropped because it can be had again: cloud empty, size kept.
     virtual void recycle_node(std::uint64_t key);
@@ -146,7 +146,7 @@ public:
     void back_and_front(int depth, std::list<std::uint64_t>& back, std::list<std::uint64_t>& front) const;
 
     /// Appends the clouds, with fields, of `branch(key, depth)` in that order, as they stand. Nodes whose
-    /// cloud is not held are left out.
+    /// cloud `node_pc` does not give are left out.
     void extractPointCloud(std::uint64_t key, unsigned int depth, PointCloud& out);
     /// Appends, root first, the points with fields that proper ancestors of `key` hold inside its cell,
     /// relative to the tree's origin. With `extractPointCloud` these are all points of the cell.

@@ -102,8 +102,8 @@ void OctreeConverter::nestedOctree2FullOctree(Octree& nested, int depth, unsigne
 }
 
 void OctreeConverter::fullOctreeToNestedOctree(Octree& full, Octree& nested) {
-    NestedOctreeFactory factory(full.origin(), full.top());
-    std::vector<std::uint64_t> keys = full.keys();  // inner nodes of a full tree hold nothing
+    NestedOctreeFactory factory(full.origin(), full.extend());  // the corners may have lost the edge
+    std::vector<std::uint64_t> keys = full.keys();              // inner nodes of a full tree hold nothing
     std::sort(keys.begin(), keys.end());
     for (const std::uint64_t key : keys) {
         const std::shared_ptr<PointCloud> cloud = full.node_pc(key);
@@ -114,6 +114,7 @@ void OctreeConverter::fullOctreeToNestedOctree(Octree& full, Octree& nested) {
     }
     nested.nodes().clear();
     factory(nested);
+    nested.copyBox(full);
 }
 
 void OctreeConverter::nestedOctreeNode2PartialFullOctree(Octree& nested, std::uint64_t key, Octree& full,

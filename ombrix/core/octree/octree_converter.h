@@ -49,8 +49,8 @@ public:
                                unsigned int threshold, bool flag, Octree& out);
 
     // The conversions lose no point. Nodes with flags value 8 are read relative to their corner; fields that
-    // only some clouds hold are zero elsewhere; clouds that are not held are skipped. With `flag`, fields are
-    // left behind (`positionsOnly`). A tree may be converted into itself.
+    // only some clouds hold are zero elsewhere; clouds that `node_pc` does not give are skipped. With `flag`,
+    // fields are left behind (`positionsOnly`). A tree may be converted into itself.
 
     /// Builds the full octree of a nested tree's points: `full` becomes it, with the nested tree's box and
     /// scalar range.
@@ -62,7 +62,7 @@ public:
                                         bool flag);
 
     /// Builds the nested octree of a full tree's points: `nested` becomes it, with the full tree's box.
-    /// Points are inserted node by node in the order of the keys.
+    /// Points are inserted node by node in the order of the keys, with the fields that nested builders keep.
     static void fullOctreeToNestedOctree(Octree& full, Octree& nested);
 
     /// Builds the part of the full octree that lies under one cell, out of the points of the branch under

@@ -5,6 +5,7 @@
 #include <ombrix/core/octree/node_frame_detail.h>
 #include <ombrix/core/octree/octree.h>
 #include <ombrix/core/octree/octree_factory.h>
+#include <ombrix/core/octree/padded_append_detail.h>
 
 namespace ombrix::core {
 
@@ -37,7 +38,12 @@ void Octree::extractUpperPointCloud(std::uint64_t key, PointCloud& out) {
                 inside.push_back(i);
             }
         }
-        out.push_back(*cloud, inside, offset, false);
+        if (!inside.empty()) {
+            PointCloud padded;
+            PointCloud selected;
+            selected.push_back(detail::evenCloud(*cloud, padded), inside, offset, false);
+            detail::appendEven(out, selected, Vector3d::Zero(), false);
+        }
     }
 }
 

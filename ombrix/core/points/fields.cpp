@@ -43,7 +43,6 @@ std::pair<std::shared_ptr<FieldArray<T>>, bool> FieldContainer::addField(const s
     }
     auto field = std::make_shared<FieldArray<T>>();
     field->name = name;
-    field->components = std::is_same_v<T, float> ? 1 : 3;
     insert(name, field);
     return {std::move(field), true};
 }
@@ -137,7 +136,9 @@ void FieldContainer::assign(const FieldContainer& other) {
 void FieldContainer::assign(const FieldContainer& other, const std::vector<std::uint64_t>& indices) {
     if (this == &other) {
         for (const auto& [name, field] : fields()) {
-            field->copySelected(*field, indices);
+            if (!field->empty()) {
+                field->copySelected(*field, indices);
+            }
         }
         return;
     }

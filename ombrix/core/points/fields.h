@@ -32,7 +32,7 @@ class OMBRIX_CORE_API FieldType : public std::enable_shared_from_this<FieldType>
 public:
     std::string name;              ///< equal to the key in the container
     std::string description;       ///< free text
-    std::uint32_t components = 0;  ///< scalars per element: 1 for float, 3 for vectors
+    std::uint32_t components = 0;  ///< scalars per element: 1 for float, 3 for vectors at first
 
     /// Run-time type name of the element type, as the platform spells it.
     [[nodiscard]] virtual std::string elementTypeName() const = 0;
@@ -71,7 +71,7 @@ public:
     virtual void appendRange(const FieldType& other, std::uint64_t first, std::uint64_t last) = 0;
     /// Appends all elements of `other`.
     virtual void append(const FieldType& other) = 0;
-    /// A new, empty field of the same element type, without name, description and component count.
+    /// A new, empty field of the same element type, without name and description.
     [[nodiscard]] virtual std::shared_ptr<FieldType> makeEmpty() const = 0;
 };
 
@@ -79,6 +79,9 @@ public:
 template <class T>
 class OMBRIX_CORE_API FieldArray : public FieldType {
 public:
+    /// An empty field without name and description.
+    FieldArray() { components = sizeof(T) == sizeof(float) ? 1 : 3; }
+
     /// The elements, one per point.
     [[nodiscard]] std::vector<T>& data() { return data_; }
     [[nodiscard]] const std::vector<T>& data() const { return data_; }

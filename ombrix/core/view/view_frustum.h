@@ -13,8 +13,9 @@ namespace ombrix::core {
 /// A camera: opening angles, clip distances, viewport and pose, with containment tests.
 ///
 /// The camera looks along +z of its pose; near and far are distances along it. The pose's linear part is
-/// taken as it stands: a scale in it scales every test. The setters check nothing. `setIntrinsics` and
-/// `setPosition` must be called before any test.
+/// taken as it stands: a scale in it scales every test. The setters check nothing. The pose is the
+/// identity at first; `setIntrinsics` and `setClipPlane` must be called before any test, `setPixelSize`
+/// before any selection.
 class OMBRIX_CORE_API ViewFrustum {
 public:
     /// The camera's frame: linear part and centre.
@@ -25,8 +26,9 @@ public:
     /// `setIntrinsics`.
     ViewFrustum(float hfovDeg, float vfovDeg);
 
-    /// Full vertical opening angle in degrees, and width / height. The horizontal angle becomes the product
-    /// of both (of the angles, on purpose, not of their tangents).
+    /// Full vertical opening angle in degrees, and width / height. The tests take the tangent of half the
+    /// angle for the upper side and that times the aspect for the right one, as projection matrices do; only
+    /// `hFov()` becomes, on purpose, the product of angle and aspect.
     void setIntrinsics(float fovDeg, float aspect);
     /// Viewport in pixels, height first.
     void setPixelSize(int height, int width);
@@ -41,7 +43,7 @@ public:
 
     /// As it was set.
     [[nodiscard]] const Pose& getPosition() const { return position_; }
-    /// Horizontal opening angle in radians.
+    /// Horizontal angle in radians: the vertical one times the aspect, which no test uses.
     [[nodiscard]] float hFov() const { return hFov_; }
     /// Tangent of half of the vertical angle.
     [[nodiscard]] float slope() const { return slope_; }

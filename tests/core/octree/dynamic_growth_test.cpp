@@ -84,6 +84,14 @@ TEST(DynamicGrowth, AFixedCubeStaysUntilACloudReachesOutside) {
     EXPECT_EQ(factory.octree()->extend(), 32.0f);
     EXPECT_EQ(factory.size(), 6u);
 
+    DynamicOctreeFactory byEdge(10);
+    byEdge.setOriginExtend(Vector3f(-8, -8, -8), 16.0f);
+    byEdge.add(numberedCloud(500, -8.0f, 8.0f, 1));
+    byEdge.add(numberedCloud(500, -8.0f, 8.0f, 2, 500));
+    EXPECT_EQ(byEdge.octree()->extend(), 16.0f);
+    EXPECT_EQ(byEdge.size(), 1000u);
+    expectDynamicInvariants(byEdge);
+
     DynamicOctreeFactory outside(Vector3f(-8, -8, -8), Vector3f(8, 8, 8));
     outside.add(corners(Vector3f(30, 0, 0), Vector3f(31, 1, 1)));
     EXPECT_EQ(outside.octree()->keyCount(), 1u);

@@ -21,7 +21,9 @@ TEST(DynamicLeaves, TakeACloudOfTheirOwnTree) {
     for (const bool handedOver : {false, true}) {
         DynamicOctreeFactory factory(20);
         factory.setOriginTop(Vector3f::Zero(), Vector3f::Constant(2.0f));
-        factory.add(latticeCloud(300, 1));
+        PointCloud first = latticeCloud(300, 1);
+        first.normals().assign(300, Vector3f::UnitZ());
+        factory.add(first);
         if (handedOver) {
             factory.factory();
         }
@@ -30,7 +32,15 @@ TEST(DynamicLeaves, TakeACloudOfTheirOwnTree) {
             const std::shared_ptr<PointCloud> cloud = octree.node(key).pc;
             const Vector3d shift(0.25 + 0x1p-11, 0.0, 0.0);  // to leaves around it, between the lattice
             const std::vector<Row> expected = joined(rowsOf(octree), rowsOf(*cloud, shift));
-            factory.add(*cloud, shift);
+            if (key % 2 == 0) {
+                factory.add(*cloud, shift);
+            } else {
+                const PointCloud copy = *cloud;  // which shares the normals
+                const std::uint64_t normals = copy.size();
+                factory.add(copy, shift);
+                ASSERT_EQ(octree.node(key).pc->normals().size(), octree.node(key).pc->size());
+                ASSERT_EQ(copy.size(), normals);
+            }
             ASSERT_EQ(rowsOf(octree), expected);
             ombrix::test::expectMasksAgree(octree, 20);
         }

@@ -122,6 +122,13 @@ TEST(DynamicOctreeFactory, HandsTheTreeOverRelativeToItsOriginAndGoesOn) {
     }
     factory.add(numberedCloud(2000, -9.0f, 20.0f, 2, 5000), shift);
     EXPECT_EQ(factory.size(), 4000u);
+    for (const auto& [key, node] : factory.octree()->nodes()) {
+        if (const auto parent = factory.octree()->nodes().find(parent_key(key));
+            parent != factory.octree()->nodes().end() && (node.flags & 8) != 0 &&
+            parent->second.pc->size() == 0) {
+            EXPECT_EQ(parent->second.flags & 8, 8) << key;
+        }
+    }
     expectPointsInBoxes(*factory.octree(), 1e-4f);
     expectMasksAgree(*factory.octree(), 20);
 
@@ -252,6 +259,15 @@ TEST(DynamicOctreeFactory, PushesAndSplitsSinglePointsAndReportsOddCodes) {
     EXPECT_EQ(lines.str().substr(0, 41), "warning ERROR dynamic factory robustness\n");
     factory.setLogger(nullptr);
     factory.push_to_leaf(p);
+
+    OpenDynamicFactory rootless(10);
+    rootless.setOriginTop(Vector3f::Zero(), Vector3f::Constant(8.0f));
+    EXPECT_EQ(rootless.push_to_leaf(p), 1u);
+    OpenDynamicFactory other(10);
+    other.setOriginExtend(Vector3f::Zero(), 8.0f);
+    other.push_to_leaf(numberedCloud(200, 0.0f, 7.9f, 1), Vector3d::Zero());
+    EXPECT_EQ(other.size(), 200u);
+    expectDynamicInvariants(other);
 }
 
 }  // namespace

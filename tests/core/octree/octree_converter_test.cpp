@@ -94,6 +94,16 @@ TEST(OctreeConverter, TakesBoxesOverToTheBit) {
     EXPECT_EQ(full.extend(), 40.3f);
     EXPECT_EQ(partial.extend(), 40.3f);
     EXPECT_EQ(partial.size(), 100u);
+    Octree back;
+    OctreeConverter::fullOctreeToNestedOctree(full, nested);
+    OctreeConverter::nestedOctree2FullOctree(nested, -1, 10, back, false);
+    EXPECT_EQ(nested.extend(), 40.3f);
+    EXPECT_EQ(nested.top(), full.top());
+    auto leaves = full.keys();
+    auto leavesAgain = back.keys();
+    std::sort(leaves.begin(), leaves.end());
+    std::sort(leavesAgain.begin(), leavesAgain.end());
+    EXPECT_EQ(leavesAgain, leaves);
 }
 
 TEST(OctreeConverter, TakesTheLevelsOfANestedTreeDownToADepth) {

@@ -75,6 +75,21 @@ TEST(OctreeExtract, TakesFromTheAncestorsWhatLiesInTheCell) {
     EXPECT_EQ(none.size(), 0u);
 }
 
+TEST(OctreeExtract, FillsUpAttributesThatAncestorsHaveForSomePointsOnly) {
+    Octree octree = layeredTree();
+    PointCloud& root = *octree.node(1).pc;
+    root.colors().resize(1);
+    root.scalars().resize(1);
+    root.normals().resize(1);
+    octree.node(15).pc->fields().addField<float>("weight").first->resize(200);
+    PointCloud out;
+    octree.extractUpperPointCloud(120, out);
+    ASSERT_GT(out.size(), 0u);
+    EXPECT_EQ(out.scalars().size(), out.size());
+    EXPECT_EQ(out.normals().size(), out.size());
+    EXPECT_EQ(out.fields().get("weight")->size(), out.size());
+}
+
 TEST(OctreeExtract, BoxesWhatIsHeldAndTheCubesOfReleasedLeaves) {
     Octree octree;
     EXPECT_EQ(octree.pc_origin(), Vector3f(0, 0, 0));

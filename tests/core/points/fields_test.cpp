@@ -96,6 +96,17 @@ TEST(FieldArray, CopiesAndAppendsOnlyItsOwnElementType) {
     EXPECT_EQ(x->data(), y->data()) << "another element type must change nothing";
 }
 
+TEST(FieldContainer, BecomesSomeOfItsOwnElements) {
+    FieldContainer fields;
+    numbers(fields, "full", {1, 2, 3});
+    numbers(fields, "none", {});
+    fields.assign(fields, {2, 0});
+    EXPECT_EQ(valuesOf(fields, "full"), (std::vector<float>{3, 1}));
+    EXPECT_TRUE(fields.get("none")->empty());
+    EXPECT_EQ(fields.get("none")->makeEmpty()->components, 1u);
+    EXPECT_EQ(FieldArray<Vector3d>().components, 3u);
+}
+
 TEST(FieldContainer, AppendsUnionsAndSkipsOtherTypes) {
     FieldContainer a;
     FieldContainer b;
