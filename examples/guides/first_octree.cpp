@@ -38,7 +38,7 @@ int main() {
     const Vector3f place = Vector3f(123.0f, 456.0f, 0.0f) - tree.origin();
     const std::uint64_t code = factory.morton_key(place).key;
     std::uint64_t key = tree.rootKey();
-    for (unsigned int depth = 1; tree.hasKey(node_key(code, depth)); ++depth) {
+    for (unsigned int depth = 1; depth <= Octree::MAX_DEPTH && tree.hasKey(node_key(code, depth)); ++depth) {
         key = node_key(code, depth);
     }
     const Octree::Aabb cube = tree.node_aabb(tree.node(key));
