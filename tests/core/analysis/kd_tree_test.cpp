@@ -25,7 +25,7 @@ Points queriesFor(const Points& points) {
 
 std::vector<Points> clouds() {
     return {uniformPoints(300, 1.0f), planePoints(200), clusteredPoints(200), latticePoints(300, 4),
-            equalPoints(300),         Points(1),        brokenPoints(200),    crowdedPoints(800)};
+            equalPoints(300),         equalPoints(1),   brokenPoints(200),    crowdedPoints(800)};
 }
 
 TEST(KDTree, KnnAgreesWithBruteForceTiesInIndexOrder) {

@@ -103,7 +103,7 @@ TEST(NormalOrientation, EachPartHasItsOwnTop) {
 
 TEST(NormalEstimator, CloudEqualsThePlainDefinitionOnAnyNumberOfThreads) {
     for (const Points& points : {latticePoints(3000, 9), uniformPoints(3000, 1.0f), clusteredPoints(500),
-                                 brokenPoints(700), equalPoints(20), Points(1), Points()}) {
+                                 brokenPoints(700), equalPoints(20), equalPoints(1), Points()}) {
         const KDTree tree(points);
         std::vector<std::size_t> indices;
         std::vector<float> sqDists;

@@ -108,7 +108,7 @@ TEST(ResolutionEstimator, AgreesWithBruteForceOnAnyNumberOfThreads) {
     }
     const std::pair<float, float> nothing(0.0f, 0.0f);
     EXPECT_EQ(ResolutionEstimator::mean_dist(Points()), nothing);
-    EXPECT_EQ(ResolutionEstimator::mean_dist(Points(1)), nothing);
+    EXPECT_EQ(ResolutionEstimator::mean_dist(equalPoints(1)), nothing);
     EXPECT_EQ(ResolutionEstimator::mean_dist(equalPoints(4)), nothing);
     EXPECT_EQ(ResolutionEstimator::statistical_mean_dist(uniformPoints(9, 1.0f), 0), nothing);
 }
@@ -129,7 +129,7 @@ TEST(StatisticalOutliers, FindsThePlantedPoints) {
     EXPECT_EQ(StatisticalOutliers::find(points, 8, 6.0f), (std::vector<std::uint64_t>{77, 300, 1500}));
     EXPECT_GT(StatisticalOutliers::find(points, 8, 0.1f).size(), 3u);
     EXPECT_TRUE(StatisticalOutliers::find(points, 0, 1.0f).empty());
-    EXPECT_TRUE(StatisticalOutliers::find(Points(1), 8, 1.0f).empty());
+    EXPECT_TRUE(StatisticalOutliers::find(equalPoints(1), 8, 1.0f).empty());
 }
 
 TEST(Noise, IsGaussianAndRepeatsWithItsSeed) {
