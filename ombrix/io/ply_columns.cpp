@@ -2,6 +2,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include <ombrix/io/ply_columns_detail.h>
 
@@ -31,8 +32,13 @@ public:
 
     // Drops the columns that have become parts of vectors.
     void finish() {
-        std::size_t i = 0;
-        std::erase_if(out_.columns, [&](const Column&) { return taken_[i++]; });
+        std::vector<Column> kept;
+        for (std::size_t i = 0; i < out_.columns.size(); ++i) {
+            if (!taken_[i]) {
+                kept.push_back(std::move(out_.columns[i]));
+            }
+        }
+        out_.columns = std::move(kept);
     }
 
 private:

@@ -107,14 +107,13 @@ bool DynamicOctreeFactory::contains(const Frame& frame, const Aabb& box) {
 
 void DynamicOctreeFactory::setFrame(Octree& tree, const Frame& frame) {
     setOriginExtend(frame.origin, frame.extend);
-    tree.setOriginTop(origin_, top_);
-    copyStateTo(tree, octree_->type());  // the edge as it is: corners in the millions would round it
+    passFrameTo(tree);
 }
 
-/// Gives the tree the factory's cube, which a caller may have set.
-void DynamicOctreeFactory::adoptFrame() {
-    octree_->setOriginTop(origin_, top_);
-    copyStateTo(*octree_, octree_->type());
+/// Gives a tree the factory's cube, which a caller may have set.
+void DynamicOctreeFactory::passFrameTo(Octree& tree) const {
+    tree.setOriginTop(origin_, top_);
+    copyStateTo(tree, octree_->type());  // the edge as it is: corners in the millions would round it
 }
 
 bool DynamicOctreeFactory::grow(const Frame& frame, const Aabb& box, Growth& growth) {

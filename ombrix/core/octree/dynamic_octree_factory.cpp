@@ -175,7 +175,7 @@ void DynamicOctreeFactory::addFirst(const PointCloud& cloud, const Vector3d& shi
     Octree before;
     before.copyBox(*octree_);
     if (extend_ > 0.0f && std::isfinite(extend_) && origin_.allFinite()) {
-        adoptFrame();  // the root cube was fixed by the caller
+        passFrameTo(*octree_);  // the root cube was fixed by the caller
         expand(box, work);
     } else {
         setFrame(*octree_, firstFrame(box));

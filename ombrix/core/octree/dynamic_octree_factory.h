@@ -150,7 +150,7 @@ private:
     [[nodiscard]] static bool contains(const Frame& frame, const Aabb& box);
     [[nodiscard]] static bool grow(const Frame& frame, const Aabb& box, Growth& growth);
     void setFrame(Octree& tree, const Frame& frame);
-    void adoptFrame();
+    void passFrameTo(Octree& tree) const;
     void expand(const Aabb& box, detail::Work* work);
     void hang(const Growth& growth, detail::Work* work);
     void rebuild(const Growth& growth, detail::Work* work);

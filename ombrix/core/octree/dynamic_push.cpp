@@ -98,7 +98,7 @@ Octree::Node& DynamicOctreeFactory::root() {
     if (octree_->hasKey(octree_->rootKey())) {
         return octree_->node(octree_->rootKey());
     }
-    adoptFrame();
+    passFrameTo(*octree_);
     Octree::Node& made = octree_->add_node(octree_->rootKey());
     ownCloud(made);
     return made;
