@@ -219,7 +219,7 @@ def section(results, pictures):
     yield f"## {what}: {points(size)} points"
     yield ""
     yield (f"`{results.run['command']}`, {results.run['date']}, commit {results.run['commit']}. Wall time, medians of "
-           f"{results.run['rounds']} or more runs ± half of what lies between the fastest and the slowest; ratios are between "
+           f"{results.run['rounds']} or more runs (2 of most beyond 10 million points) ± half of what lies between the fastest and the slowest; ratios are between "
            "medians of the same program.")
     yield ""
     yield from times_table(results)
