@@ -169,6 +169,10 @@ TEST_F(LasRead, CountsMustBeTheFilesOwn) {
     EXPECT_EQ(with([](Bytes& b) { b.set<std::uint64_t>(235, 435).text += std::string(200, 'e'); }), "");
     EXPECT_EQ(with([](Bytes& b) { b.set<std::uint64_t>(235, 405).text += std::string(200, 'e'); }),
               "byte 405: the points end here: the file holds 1, its header promises 2");
+    Bytes empty;
+    empty.text = make({.minor = 4, .format = 6, .beforePoints = {}, .points = 0});
+    empty.set<std::uint64_t>(235, empty.text.size()).text += std::string(200, 'e');
+    EXPECT_EQ(errorOf("a.las", empty.text), "");
 }
 
 TEST_F(LasRead, HeadersThatCannotBeAreRefused) {

@@ -127,4 +127,18 @@ TEST_F(PlyRead, NormalsAreOneFieldAndNamesStayApart) {
     EXPECT_EQ(readPoints(path("a.ply"), bare).cloud.fields().size(), 1u);
 }
 
+// In quadratic time, or with a buffer for each property, it would not come to an end.
+TEST_F(PlyRead, HeadersMayNameOnePropertyManyTimes) {
+    constexpr int COUNT = 100000;
+    std::string elements = "element vertex 1\nproperty float x\nproperty float y\nproperty float z\n";
+    std::string row = "1 2 3";
+    for (int i = 0; i < COUNT; ++i) {
+        elements += "property uchar a\n";
+        row += i + 1 < COUNT ? " 0" : " 7";
+    }
+    const PointFile file = read("a.ply", header("ascii", elements) + row + "\n");
+    ASSERT_EQ(file.fields.size(), static_cast<std::size_t>(COUNT));
+    EXPECT_EQ(field(file, "a_" + std::to_string(COUNT)), std::vector{7.0f});
+}
+
 }  // namespace ombrix::io::test
