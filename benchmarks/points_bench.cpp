@@ -60,7 +60,7 @@ void MemcpyOfTheSameBytes(benchmark::State& state) {
     const PointCloud& source = sourceCloud();
     Arrays target(POINTS);
     for (auto _ : state) {
-        std::memcpy(target.positions.data(), source.positions().data(), target.positions.size());
+        std::memcpy(target.positions.data(), source.positions().data()->data(), target.positions.size());
         std::memcpy(target.colors.data(), source.colors().data(), target.colors.size());
         std::memcpy(target.scalars.data(), source.scalars().data(), target.scalars.size());
         benchmark::ClobberMemory();
@@ -124,7 +124,7 @@ void MemcpyOfPositionsInPlace(benchmark::State& state) {
     const PointCloud& source = sourceCloud();
     std::vector<char> target(12 * POINTS);
     for (auto _ : state) {
-        std::memcpy(target.data(), source.positions().data(), target.size());
+        std::memcpy(target.data(), source.positions().data()->data(), target.size());
         benchmark::ClobberMemory();
     }
     finish(state);

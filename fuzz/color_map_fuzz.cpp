@@ -25,6 +25,7 @@ void requireLookups(const core::ColorMap& map, float x, bool flat) {
     const auto entry = static_cast<unsigned int>(std::isnan(t) ? 0.0f : t * (core::ColorMap::MAX_STEPS - 1));
     const auto isEntry = [&](const core::ColorRGB_F& color, unsigned int k) {
         const core::ColorRGB_F expected = map.color(k);
+        // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): the same bits, NaN among them
         return std::memcmp(&color, &expected, sizeof expected) == 0;
     };
     require(isEntry(map.color_absolute(x), flat ? 0 : entry), "a value's colour");
@@ -87,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 break;
             }
             case 4: {
-                std::vector<float> records(4u * input.below(8));
+                std::vector<float> records(std::size_t{4} * input.below(8));
                 for (float& value : records) {
                     value = input.number();
                 }

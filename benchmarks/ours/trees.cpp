@@ -35,6 +35,18 @@ std::unique_ptr<Built<Factory>> built(const PointCloud& cloud, const Arguments&.
     return tree;
 }
 
+/// Sets the counter "levels": how many nodes there are from the root to where a point is kept, on average.
+void countLevels(benchmark::State& state, const Octree& octree) {
+    double levels = 0;
+    double points = 0;
+    for (const auto& [key, node] : octree.nodes()) {
+        const auto kept = static_cast<double>(node.pc->size());
+        points += kept;
+        levels += kept * (1.0 + node_depth(key));
+    }
+    state.counters["levels"] = levels / points;
+}
+
 }  // namespace
 
 void fullOctree(int threads) {
@@ -43,16 +55,18 @@ void fullOctree(int threads) {
             return built<FullOctreeFactory>(cloud, Vector3f::Zero().eval(), edge, LEAF_CAPACITY);
         };
     };
-    measure(rows::FULL_OCTREE, libraryName(threads), onThreads(threads, prepare),
-            [](std::int64_t, const auto& tree) {
-                std::uint64_t points = 0;
-                std::uint64_t largest = 0;
-                for (const auto& [key, node] : tree->octree.nodes()) {
-                    points += node.pc->size();
-                    largest = std::max(largest, node.pc->size());
-                }
-                return leafAnswer(points, largest);
-            });
+    measure(
+        rows::FULL_OCTREE, libraryName(threads), onThreads(threads, prepare),
+        [](std::int64_t, const auto& tree) {
+            std::uint64_t points = 0;
+            std::uint64_t largest = 0;
+            for (const auto& [key, node] : tree->octree.nodes()) {
+                points += node.pc->size();
+                largest = std::max(largest, node.pc->size());
+            }
+            return leafAnswer(points, largest);
+        },
+        Pace::QUICK, [](auto& state, const auto& tree) { countLevels(state, tree->octree); });
 }
 
 void nestedOctree() {
@@ -63,7 +77,8 @@ void nestedOctree() {
                 return built<NestedOctreeFactory>(cloud, Vector3f::Zero().eval(), edge);
             };
         },
-        [](std::int64_t, const auto& tree) { return Answer{static_cast<double>(tree->octree.size())}; });
+        [](std::int64_t, const auto& tree) { return Answer{static_cast<double>(tree->octree.size())}; },
+        Pace::QUICK, [](auto& state, const auto& tree) { countLevels(state, tree->octree); });
 }
 
 void dynamicOctree(int threads) {
@@ -78,10 +93,12 @@ void dynamicOctree(int threads) {
             return factory;
         };
     };
-    measure(rows::DYNAMIC_OCTREE, libraryName(threads), onThreads(threads, prepare),
-            [](std::int64_t, const auto& factory) {
-                return Answer{static_cast<double>(factory->octree()->size() + factory->droppedPoints())};
-            });
+    measure(
+        rows::DYNAMIC_OCTREE, libraryName(threads), onThreads(threads, prepare),
+        [](std::int64_t, const auto& factory) {
+            return Answer{static_cast<double>(factory->octree()->size() + factory->droppedPoints())};
+        },
+        Pace::QUICK, [](auto& state, const auto& factory) { countLevels(state, *factory->octree()); });
 }
 
 void kdTreeBuild() {

@@ -17,11 +17,13 @@ class Sample:
     seconds: list = field(default_factory=list)
     peak_bytes: float = 0.0
     first_seconds: float = 0.0  # of the run before, from an empty heap
+    levels: float = 0.0  # of a tree that a point goes down on average; 0 where they were not counted
 
     def add(self, other):
         self.seconds += other.seconds
         self.peak_bytes = max(self.peak_bytes, other.peak_bytes)
         self.first_seconds = max(self.first_seconds, other.first_seconds)
+        self.levels = max(self.levels, other.levels)
 
     @property
     def median(self):
@@ -63,7 +65,7 @@ class Results:
             row, library, size = run["name"].split("/")[:3]
             self.samples[row, int(size)][program][library].add(
                 Sample([run["real_time"] * UNITS[run["time_unit"]]], run.get("peak_bytes", 0.0),
-                       run.get("first_seconds", 0.0)))
+                       run.get("first_seconds", 0.0), run.get("levels", 0.0)))
 
     def _read_view(self, runs):
         by_name = defaultdict(list)

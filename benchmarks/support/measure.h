@@ -50,8 +50,9 @@ struct FirstRun {
     int heapsGivenBack = 0;  ///< to the kernel, when the measure was run last without being timed
 };
 
-/// The first run of a measure, made when it is first asked for. As every first run gives the free heap back to
-/// the kernel, the measure is run once more where others made theirs since: the next run finds the heap kept.
+/// The first run of a measure, made when it is first asked for. As every first run gives the free heap back
+/// to the kernel, the measure is run once more where others made theirs since: the next run finds the heap
+/// kept.
 FirstRun firstRun(const std::string& measure, const std::function<double()>& run);
 
 /// Times `work` in a state's loop; the result of the last run. Freeing results is not timed. The peak of
@@ -76,15 +77,22 @@ auto timed(benchmark::State& state, const std::string& name, Pace pace, Work& wo
     return std::move(*result);
 }
 
+/// Adds nothing to a measure.
+struct NoCounters {
+    template <class Result>
+    void operator()(benchmark::State& /*state*/, const Result& /*result*/) const {}
+};
+
 /// Adds a measure. `prepare(n)` does what is not timed and gives the work, a function whose result
-/// `answer(n, result)` reduces.
-template <class Prepare, class Reduce>
+/// `answer(n, result)` reduces; `count(state, result)` may set counters of the state beside it.
+template <class Prepare, class Reduce, class Count = NoCounters>
 void measure(const Row& row, const std::string& library, const Prepare& prepare, const Reduce& answer,
-             Pace pace = Pace::QUICK) {
+             Pace pace = Pace::QUICK, const Count& count = {}) {
     registerMeasure(row, library, pace, [=, &row](benchmark::State& state) {
         auto work = prepare(state.range(0));
         const auto result = timed(state, std::string(row.name) + "/" + library, pace, work);
         compareAnswers(state, row, library, answer(state.range(0), result));
+        count(state, result);
     });
 }
 

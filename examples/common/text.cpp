@@ -96,7 +96,8 @@ void drawText(Image& image, int left, int top, std::string_view text, int scale,
             const int dy = pixel / (COLUMNS * scale);
             const int x = left + dx;
             const int y = top + dy;
-            const bool set = rows[static_cast<std::size_t>(dy / scale * ADVANCE + dx / scale)] == '#';
+            const int at = dy / scale * ADVANCE + dx / scale;
+            const bool set = rows[static_cast<std::size_t>(at)] == '#';
             if (set && x >= 0 && x < image.width && y >= 0 && y < image.height)
                 std::copy(color.begin(), color.end(), image.pixel(x, y));
         }

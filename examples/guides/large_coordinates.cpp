@@ -11,6 +11,7 @@ int main() {
     // A survey in national grid coordinates: a tile of 100 m around (2600050, 1200050), steps of 1 cm
     const Vector3d corner(2'600'000.0, 1'200'000.0, 400.0);
     std::vector<Vector3d> survey;
+    survey.reserve(100'000);
     for (int i = 0; i < 100'000; ++i) {
         survey.push_back(corner + Vector3d(i % 10'000, i / 10 * 37 % 10'000, i * 7 % 900) * 0.01);
     }

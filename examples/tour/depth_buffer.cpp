@@ -156,7 +156,7 @@ Image DepthBuffer::resolve(int scale, bool edl) const {
             }
             for (int c = 0; c < 3; ++c)
                 image.pixel(column, row)[c] =
-                    static_cast<unsigned char>(sum[c] / static_cast<float>(scale * scale) + 0.5f);
+                    static_cast<unsigned char>(std::lround(sum[c] / static_cast<float>(scale * scale)));
         }
     });
     return image;

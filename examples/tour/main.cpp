@@ -68,6 +68,7 @@ void tour(const Options& options) {
         tourist.takeLevels(stage, painter);
     if (options.sheet) {
         std::vector<Painter> painters;
+        painters.reserve(sheetModes.size());
         for (const ColorMode other : sheetModes)
             painters.emplace_back(other, options.map, scene, octree);
         tourist.takeSheet(stage, painters);

@@ -30,31 +30,31 @@ std::uint64_t voxelKey(std::int32_t i, std::int32_t j, std::int32_t k) {
     return code.key | static_cast<std::uint64_t>(static_cast<std::uint32_t>(k) >> 21 & 1u) << 63;
 }
 
-/// First and last voxel along one axis that [min, max] touches, relative to the grid's origin.
-///
-/// A coordinate whose rounding may have moved it off a voxel face counts as on the face: then the voxel on
-/// the other side is tried as well, and the overlap test, which has to allow for `rounding`, decides.
+/// A coordinate of a corner in the grid. One that is the nearest float to a voxel face lies on the face:
+/// rounding must not decide on which side.
+struct GridCoordinate {
+    double offset;    ///< from the grid's origin
+    double position;  ///< in voxels, whole on a face
+
+    GridCoordinate(float coordinate, double origin, double voxel)
+        : offset(coordinate - origin), position(offset / voxel) {
+        const double face = std::round(position);
+        if (static_cast<float>(origin + face * voxel) == coordinate) {
+            offset = face * voxel;
+            position = face;
+        }
+    }
+};
+
+/// First and last voxel along one axis between two positions, those that a face belongs to on both sides.
 struct VoxelRange {
     std::int32_t first, last;
-    double rounding = 0.0;  ///< how far such a coordinate may have been moved
+
+    VoxelRange(double min, double max)
+        : first(std::max(truncated(min == std::round(min) ? min - 1 : min), 0)),
+          last(std::max(truncated(max), 0)) {}
 
     [[nodiscard]] double count() const { return static_cast<double>(last) - first + 1; }
-
-    VoxelRange(double min, double max, double origin, double voxel) {
-        const auto faceAt = [&](double coordinate, double position) {
-            const double nearest = std::round(position);
-            const double moved = FLT_EPSILON * (std::abs(coordinate) + std::abs(origin));
-            if (std::abs(position - nearest) > moved / voxel) {
-                return -1.0;
-            }
-            rounding = std::max(rounding, moved);
-            return nearest;
-        };
-        const double low = (min - origin) / voxel, high = (max - origin) / voxel;
-        const double lowFace = faceAt(min, low), highFace = faceAt(max, high);
-        first = std::max(truncated(lowFace > 0 ? lowFace - 1 : low), 0);
-        last = std::max(truncated(highFace > 0 ? highFace : high), 0);
-    }
 };
 
 /// Lower corner of the finite coordinates.
@@ -74,14 +74,19 @@ Vector3f finiteMin(const TriMesh& mesh) {
 template <class Visit>
 void forEachVoxel(const Triangle& triangle, const Vector3d& origin, double voxel, Visit&& visit) {
     Vector3d corners[3];
+    Vector3d positions[3];
     for (int i = 0; i < 3; ++i) {
-        corners[i] = triangle.vertices[i].cast<double>();
+        for (int axis = 0; axis < 3; ++axis) {
+            const GridCoordinate c(triangle.vertices[i][axis], origin[axis], voxel);
+            corners[i][axis] = c.offset;
+            positions[i][axis] = c.position;
+        }
     }
-    const Vector3d min = corners[0].cwiseMin(corners[1]).cwiseMin(corners[2]);
-    const Vector3d max = corners[0].cwiseMax(corners[1]).cwiseMax(corners[2]);
-    const VoxelRange x(min.x(), max.x(), origin.x(), voxel);
-    const VoxelRange y(min.y(), max.y(), origin.y(), voxel);
-    const VoxelRange z(min.z(), max.z(), origin.z(), voxel);
+    const Vector3d min = positions[0].cwiseMin(positions[1]).cwiseMin(positions[2]);
+    const Vector3d max = positions[0].cwiseMax(positions[1]).cwiseMax(positions[2]);
+    const VoxelRange x(min.x(), max.x());
+    const VoxelRange y(min.y(), max.y());
+    const VoxelRange z(min.z(), max.z());
     // More than any memory holds: infinite for all that a caller sees.
     constexpr double MAX_VOXELS = 0x1p40;
     if (std::max({x.count() * y.count(), y.count() * z.count(), z.count() * x.count()}) > MAX_VOXELS) {
@@ -92,11 +97,7 @@ void forEachVoxel(const Triangle& triangle, const Vector3d& origin, double voxel
         return;
     }
 
-    for (Vector3d& corner : corners) {
-        corner -= origin;
-    }
-    const double rounding = std::max({double{FLT_EPSILON}, x.rounding, y.rounding, z.rounding});
-    const detail::TriangleCubes cubes(corners, voxel * 0.5 + rounding);
+    const detail::TriangleCubes cubes(corners, voxel * 0.5 + double{FLT_EPSILON});
     const auto center = [&](std::int64_t index) { return (static_cast<double>(index) + 0.5) * voxel; };
     for (std::int64_t i = x.first; i <= x.last; ++i) {
         for (std::int64_t j = y.first; j <= y.last; ++j) {

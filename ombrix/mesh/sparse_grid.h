@@ -29,9 +29,9 @@ public:
     Vector3f origin = Vector3f::Zero();                ///< lower corner of voxel (0, 0, 0)
     std::unordered_map<std::uint64_t, Node> nodes{8};  ///< the voxels by key
 
-    /// Adds the voxels that the triangles of a mesh touch; one that lies on a voxel face, within 1.2e-7
-    /// or what rounding takes from its coordinates, stands on both sides. Earlier nodes stay: `clear` first
-    /// for a fresh grid.
+    /// Adds the voxels that the triangles of a mesh touch; one that lies on a voxel face, within 1.2e-7,
+    /// stands on both sides. A coordinate that is the nearest float to a face counts as on it. Earlier nodes
+    /// stay: `clear` first for a fresh grid.
     ///
     /// The origin becomes the lower corner of the mesh's finite vertices. Faces that name no vertex or have
     /// a coordinate that is not finite are left out. An edge length that is not positive and finite adds

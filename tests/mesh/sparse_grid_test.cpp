@@ -96,7 +96,7 @@ TEST(SparseGrid, KeysInterleaveWithXHighest) {
 }
 
 TEST(SparseGrid, CountsTrianglesOnVoxelFacesForBothSides) {
-    for (const float origin : {0.0f, 0.3f, -2.5f}) {
+    for (const float origin : {0.0f, 0.3f, -2.5f, 100.1f}) {
         for (const float voxel : {1.0f, 0.1f, 0.7f, 5.0f, 10.0f, 1000.0f}) {
             const float x = origin + voxel;
             TriMesh mesh;  // an anchor at the origin and a triangle within the plane
@@ -117,6 +117,22 @@ TEST(SparseGrid, CountsTrianglesOnVoxelFacesForBothSides) {
             EXPECT_EQ(grid.node(0).triangles.size(), 1u);
         }
     }
+}
+
+TEST(SparseGrid, HoldsATriangleInsideAVoxelOnceHoweverFarFromZero) {
+    const auto voxels = [](float corner, float size, float voxel) {
+        TriMesh mesh;
+        const Vector3f b = Vector3f::Constant(corner);
+        mesh.vertices = {b, b + Vector3f(size, size, 0), b + Vector3f(size, 0, size)};
+        mesh.faces = {{{0, 1, 2}}};
+        SparseGrid grid;
+        grid.build(mesh, voxel);
+        return grid.nodes.size();
+    };
+    EXPECT_EQ(voxels(1048576, 0.875f, 1), 1u);
+    EXPECT_EQ(voxels(4194304, 0.5f, 1), 1u);
+    EXPECT_EQ(voxels(128, 0.0078125f - 0x1p-15f, 0.0078125f), 1u);
+    EXPECT_GT(voxels(1048576, 1, 1), 1u);
 }
 
 TEST(SparseGrid, LeavesOutWhatHasNoPlace) {

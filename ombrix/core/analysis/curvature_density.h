@@ -2,15 +2,14 @@
 
 #include <vector>
 
+#include <ombrix/core/analysis/kd_tree.h>
 #include <ombrix/core/color/color.h>
 #include <ombrix/core/core_export.h>
+#include <ombrix/core/points/point_cloud.h>
 #include <ombrix/core/services/work_context.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core {
-
-class KDTree;
-class PointCloud;
 
 /// Curvature per point, filled by the caller (`PCA::curvature`), and its colours.
 class OMBRIX_CORE_API Curvature {

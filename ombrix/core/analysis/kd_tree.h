@@ -6,11 +6,10 @@
 #include <vector>
 
 #include <ombrix/core/core_export.h>
+#include <ombrix/core/points/point_cloud.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core {
-
-class PointCloud;
 
 /// Nearest-neighbour and fixed-radius queries over 3-D positions: a k-d tree with leaves of 10 points.
 ///

@@ -4,12 +4,11 @@
 #include <cstdint>
 #include <vector>
 
+#include <ombrix/core/analysis/kd_tree.h>
 #include <ombrix/core/core_export.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core {
-
-class KDTree;
 
 /// Projection of points onto the smooth surface that their neighbours describe, by moving least squares: the
 /// neighbours' weighted mean and principal plane, again and again until the step is small.

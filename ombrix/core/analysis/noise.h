@@ -3,10 +3,9 @@
 #include <cstdint>
 
 #include <ombrix/core/core_export.h>
+#include <ombrix/core/points/point_cloud.h>
 
 namespace ombrix::core {
-
-class PointCloud;
 
 /// Random disturbance of clouds.
 class OMBRIX_CORE_API Noise {

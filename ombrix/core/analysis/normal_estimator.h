@@ -4,15 +4,14 @@
 #include <vector>
 
 #include <ombrix/core/core_export.h>
+#include <ombrix/core/octree/knn_search.h>
+#include <ombrix/core/octree/octree.h>
 #include <ombrix/core/points/point.h>
+#include <ombrix/core/points/point_cloud.h>
 #include <ombrix/core/services/work_context.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core {
-
-class kNNSearch;
-class Octree;
-class PointCloud;
 
 /// Surface normals from neighbourhoods: the negated eigenvector of the smallest eigenvalue of `PCA`.
 ///

@@ -4,11 +4,10 @@
 #include <vector>
 
 #include <ombrix/core/core_export.h>
+#include <ombrix/core/points/point_cloud.h>
 #include <ombrix/core/types.h>
 
 namespace ombrix::core {
-
-class PointCloud;
 
 /// Turns normals to sides that agree: a normal is negated or stays as it is.
 ///

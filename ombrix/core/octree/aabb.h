@@ -25,16 +25,12 @@ struct Aabb {
     /// Half of the edges.
     [[nodiscard]] Vector3d radius() const { return (max - min) * 0.5; }
 
-    /// Becomes the box around `center` with these half edges.
+    /// Becomes the box around `center` with these half edges. The arguments may be this box's own corners.
     void setCenterRadius(const Vector3d& center, const Vector3d& radius) {
-        min = center - radius;
-        max = center + radius;
+        *this = Aabb(center - radius, center + radius);
     }
-    /// Becomes the box with these corners.
-    void setOriginTop(const Vector3d& origin, const Vector3d& top) {
-        min = origin;
-        max = top;
-    }
+    /// Becomes the box with these corners, which may be its own.
+    void setOriginTop(const Vector3d& origin, const Vector3d& top) { *this = Aabb(origin, top); }
 };
 
 }  // namespace ombrix::core

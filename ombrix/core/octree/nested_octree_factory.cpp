@@ -67,11 +67,14 @@ NestedOctreeFactory::Node& NestedOctreeFactory::node(std::uint64_t key) {
 
 NestedOctreeFactory::Node& NestedOctreeFactory::child(Node& parent, unsigned int octant) {
     Node*& link = parent.links_.child[octant];
+    bool isNew = false;
     if (link == nullptr) {
-        link = &node(child_key(parent.key, octant));
+        const std::uint64_t key = child_key(parent.key, octant);
+        isNew = nodes_.find(key) == nodes_.end();
+        link = &node(key);
     }
     // Also for a child that was there already but not in the mask: nothing may become unreachable
-    if ((parent.children >> octant & 1u) == 0) {
+    if (isNew || (parent.children >> octant & 1u) == 0) {
         setChild(parent, static_cast<std::uint8_t>(octant));
     }
     return *link;

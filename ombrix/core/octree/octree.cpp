@@ -47,8 +47,9 @@ void Octree::setTop(const Vector3f& top) {
 }
 
 void Octree::setOriginTop(const Vector3f& origin, const Vector3f& top) {
+    const Vector3f upper = top;  // may be a corner that is replaced
     origin_ = origin;
-    top_ = top;
+    top_ = upper;
     extend_ = detail::largestSide(origin_, top_);
 }
 

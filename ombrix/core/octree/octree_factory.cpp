@@ -12,9 +12,10 @@ OctreeFactory::OctreeFactory(const Vector3f& origin, float extend)
     : origin_(origin), top_(origin + Vector3f::Constant(extend)), extend_(extend) {}
 
 void OctreeFactory::setOriginTop(const Vector3f& origin, const Vector3f& top) {
+    const Vector3f upper = top;  // may be a corner that is replaced
     origin_ = origin;
-    top_ = top;
-    extend_ = detail::largestSide(origin, top);
+    top_ = upper;
+    extend_ = detail::largestSide(origin_, top_);
 }
 
 void OctreeFactory::setOriginExtend(const Vector3f& origin, float extend) {

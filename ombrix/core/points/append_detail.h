@@ -71,12 +71,16 @@ void appendSelected(std::vector<T>& target, const std::vector<T>& source,
     }
 }
 
-/// Appends source[first] to source[last], both included; source may be `target`.
+/// Appends source[first] to source[last], both included, and nothing where `last` is `first` - 1; source may
+/// be `target`.
 template <class T>
 void appendRange(std::vector<T>& target, const std::vector<T>& source, std::uint64_t first,
                  std::uint64_t last) {
-    assert(first <= last && last < source.size());
     const std::size_t count = last - first + 1;
+    if (count == 0) {
+        return;
+    }
+    assert(first <= last && last < source.size());
     makeRoom(target, count);
     if (&target == &source) {
         for (std::uint64_t i = first; i <= last; ++i) {

@@ -46,7 +46,7 @@ public:
     /// missing here are added first, fields of another element type are skipped. What the other cloud
     /// lacks, stays shorter than the positions here.
     void push_back(const PointCloud& other, bool positionsOnly);
-    /// The points first to last, both included.
+    /// The points first to last, both included; none where `last` is `first` - 1.
     void push_back(const PointCloud& other, std::uint64_t first, std::uint64_t last, bool positionsOnly);
     /// The points with the listed indices, in list order.
     void push_back(const PointCloud& other, const std::vector<std::uint64_t>& indices, bool positionsOnly);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ombrix/core/octree/aabb.h>
 #include <ombrix/core/octree/full_octree_factory.h>
 #include <ombrix/core/octree/morton.h>
 
@@ -99,6 +100,22 @@ TEST(FactoryBox, KeepsItsTopAndTakesTheLargestSide) {
     EXPECT_EQ(factory.top(), Vector3f(5, 6, 7));
     factory.setOriginTop(Vector3f(0, 0, 0), Vector3f(2, 1, 5));
     EXPECT_EQ(factory.extend(), 5.0f);
+}
+
+TEST(Boxes, TakeTheirOwnCorners) {
+    const Vector3d low(1, 2, 3), high(9, 8, 7);
+    Aabb box(low, high);
+    box.setCenterRadius(box.max, box.min);
+    EXPECT_TRUE(box.min == high - low && box.max == high + low);
+    box.setOriginTop(box.max, box.min);
+    EXPECT_TRUE(box.min == high + low && box.max == high - low);
+    FullOctreeFactory factory(Vector3f(0, 0, 0), Vector3f(1, 3, 2), 1);
+    factory.setOriginTop(factory.top(), factory.origin());
+    EXPECT_TRUE(factory.origin() == Vector3f(1, 3, 2) && factory.top() == Vector3f(0, 0, 0));
+    Octree octree;
+    octree.setOriginTop(Vector3f(1, 2, 3), Vector3f(4, 4, 4));
+    octree.setOriginTop(octree.top(), octree.origin());
+    EXPECT_TRUE(octree.origin() == Vector3f(4, 4, 4) && octree.top() == Vector3f(1, 2, 3));
 }
 
 }  // namespace

@@ -131,6 +131,17 @@ INSTANTIATE_TEST_SUITE_P(
                     Kind{"equal", [] { return Positions(66'000, Vector3f(EDGE, 0.0f, EDGE / 3)); }}),
     [](const auto& tested) { return tested.param.name; });
 
+TEST(NestedInsertionHooks, AChildThatIsMadeIsRegisteredWhateverTheMaskSays) {
+    ObservingBuilder factory(Vector3f::Zero(), EDGE);
+    Octree::Node root;
+    root.key = 1;
+    root.children = 1;
+    factory.add_node(root);
+    factory.add(numbered(Positions(3, Vector3f::Ones())));
+    EXPECT_EQ(factory.registrations, (std::map<std::uint64_t, int>{{8, 1}}));
+    EXPECT_EQ(factory.nodes().at(8).points.size(), 2u);
+}
+
 TEST(NestedInsertionThreshold, TheLastPointOfABucketMakesItAGrid) {
     const Positions positions = ombrix::test::uniformPoints(65536, EDGE);
     const PointCloud cloud = numbered(positions);

@@ -64,6 +64,9 @@ TEST(PointCloudPushBackCloud, TakesAllARangeOrAListInOrder) {
     EXPECT_EQ(cloud.size(), 308u);
     EXPECT_EQ(cloud.normals().size(), 307u);
     cloud.push_back(source, Indices(), false);
+    cloud.push_back(source, 3, 2, false);
+    const PointCloud none;
+    cloud.push_back(none, 0, none.size() - 1, false);
     EXPECT_EQ(cloud.size(), 308u);
 }
 
