@@ -12,8 +12,6 @@
 namespace ombrix::core {
 namespace {
 
-constexpr double INFINITE = std::numeric_limits<double>::infinity();
-
 /// A node to visit and the squared distance of its cube from the query.
 struct Cell {
     double sqDist;
