@@ -101,7 +101,7 @@ TEST_F(PagedOctreeTest, SaysWhichFileFails) {
 
     PagedOctree octree(path_, 1);
     octree.add_node(1).pc = std::make_shared<PointCloud>();
-    octree.node(1).pc->resize(100);
+    octree.node(1).pc->positions().assign(100, Vector3f::Zero());
     octree.finalize(true, 1);
     std::filesystem::resize_file(path_, 50);
     expectNamed(path_, [&] { static_cast<void>(octree.node_pc(1)); });

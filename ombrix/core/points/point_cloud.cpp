@@ -13,6 +13,11 @@ namespace {
 
 constexpr float FLOAT_MAX = std::numeric_limits<float>::max();
 
+/// The normals' field; null without one, and where the field of that name holds something else.
+std::shared_ptr<FieldArray<Vector3f>> normalField(const FieldContainer& fields) {
+    return fields.contains(FIELD_NORMAL) ? fields.get<Vector3f>(FIELD_NORMAL) : nullptr;
+}
+
 template <class Map>
 void mapInParallel(std::vector<Vector3f>& values, const Map& map) {
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, values.size()),
@@ -130,16 +135,16 @@ void PointCloud::invertYZ() {
         }
     };
     swapYZ(positions_);
-    if (hasNormals()) {
-        swapYZ(normals());
+    if (const auto normals = normalField(fields_)) {
+        swapYZ(normals->data());
     }
 }
 
 void PointCloud::transform(const Eigen::Transform<double, 3, Eigen::Affine>& transform) {
     mapInParallel(positions_, [&](const Vector3d& p) -> Vector3d { return transform * p; });
-    if (hasNormals()) {
+    if (const auto normals = normalField(fields_)) {
         const Eigen::Matrix3d linear = transform.linear();
-        mapInParallel(normals(), [&](const Vector3d& n) -> Vector3d { return linear * n; });
+        mapInParallel(normals->data(), [&](const Vector3d& n) -> Vector3d { return linear * n; });
     }
 }
 

@@ -121,6 +121,17 @@ TEST(PointCloudInvertYZ, TwiceRestoresPositionsAndNormals) {
     EXPECT_EQ(cloud.normals(), positions);
 }
 
+TEST(PointCloudInvertYZ, LeavesAFieldThatOnlyIsNamedNormalAlone) {
+    PointCloud cloud;
+    cloud.positions() = {{1, 2, 3}, {4, 5, 6}};
+    cloud.fields().addField<float>("normal");
+    cloud.fields().get<float>("normal")->data() = {7, 8};
+    cloud.invertYZ();
+    cloud.transform(Eigen::Transform<double, 3, Eigen::Affine>(Eigen::Translation3d(1, 0, 0)));
+    EXPECT_EQ(cloud.positions()[1], Vector3f(5, 6, 5));
+    EXPECT_EQ(cloud.fields().get<float>("normal")->data(), (std::vector{7.0f, 8.0f}));
+}
+
 TEST(PointCloudTransform, MapsPointsAffinelyAndNormalsLinearlyOnAnyNumberOfThreads) {
     Eigen::Transform<double, 3, Eigen::Affine> map(
         Eigen::AngleAxisd(0.7, Vector3d(1, 2, 3).normalized()).toRotationMatrix() * 3.0);
