@@ -46,7 +46,7 @@ struct GridCoordinate {
     }
 };
 
-/// First and last voxel along one axis between two positions, those that a face belongs to on both sides.
+/// First and last voxel along one axis between two positions; a face belongs to the voxels on both sides.
 struct VoxelRange {
     std::int32_t first, last;
 
