@@ -51,7 +51,7 @@ bool FullOctreeFactory::operator()(Octree& out, const WorkContext& context) {
         try {
             build(out, &work);
         } catch (...) {
-            detail::removeNodes(out);
+            out.nodes().clear();
             throw;
         }
     });

@@ -61,7 +61,7 @@ bool NestedOctreeFactory::operator()(Octree& out, const WorkContext& context) {
         try {
             writeTo(out, &work);
         } catch (...) {
-            detail::removeNodes(out);
+            out.nodes().clear();
             throw;
         }
         clear();

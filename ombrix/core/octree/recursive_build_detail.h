@@ -6,12 +6,9 @@
 namespace ombrix::core::detail {
 
 /// `OctreeConverter::recursiveBuild`, watched unless `work` is null. When it is stopped, `out` holds a part
-/// of the nodes, some leaves without their points.
+/// of the nodes, the new leaves without clouds.
 void recursiveBuild(const PointCloud& cloud, const OctreeConverter::PairVector& pairs,
                     const OctreeConverter::NodeChunk& chunk, unsigned int threshold, bool positionsOnly,
                     Octree& out, Work* work);
-
-/// Removes all nodes, which takes long where they hold many clouds: on several threads.
-void removeNodes(Octree& octree);
 
 }  // namespace ombrix::core::detail
