@@ -6,7 +6,6 @@
 
 #include <ombrix/core/octree/morton_pairs_detail.h>
 #include <ombrix/core/octree/nested_octree_factory.h>
-#include <ombrix/core/octree/recursive_build_detail.h>
 #include <ombrix/core/points/point_writer_detail.h>
 #include <ombrix/core/services/work_detail.h>
 

@@ -8,16 +8,11 @@
 
 namespace ombrix::core::detail {
 
-/// Has memory fetched while other work goes on; any address will do.
-inline void prefetch(const void* memory) {
-    __builtin_prefetch(memory);
-}
-
-/// Fetches a point's attributes; arrays too short are left out.
+/// Has the memory of a point's attributes fetched while other work goes on; arrays too short are left out.
 inline void prefetchPoint(const PointCloud& cloud, std::uint64_t index) {
     const auto fetch = [&](const auto& values) {
         if (index < values.size()) {
-            prefetch(&values[index]);
+            __builtin_prefetch(&values[index]);
         }
     };
     fetch(cloud.positions());
@@ -29,8 +24,8 @@ inline void prefetchPoint(const PointCloud& cloud, std::uint64_t index) {
 inline void prefetchCloud(const PointCloud* cloud) {
     constexpr std::ptrdiff_t CACHE_LINE = 64;
     const auto first = reinterpret_cast<std::uintptr_t>(cloud);
-    prefetch(reinterpret_cast<const void*>(first - CACHE_LINE / 2));
-    prefetch(reinterpret_cast<const void*>(first + CACHE_LINE));
+    __builtin_prefetch(reinterpret_cast<const void*>(first - CACHE_LINE / 2));
+    __builtin_prefetch(reinterpret_cast<const void*>(first + CACHE_LINE));
 }
 
 /// Fetches both ends of a cloud's arrays, which allocators read when they free them. Null is left out.
@@ -38,8 +33,8 @@ inline void prefetchArrays(const PointCloud* cloud) {
     const auto fetch = [](const auto& values) {
         constexpr std::uintptr_t HEADER = 16;
         const auto first = reinterpret_cast<std::uintptr_t>(values.data());
-        prefetch(reinterpret_cast<const void*>(first - HEADER));
-        prefetch(reinterpret_cast<const void*>(first + values.capacity() * sizeof values[0]));
+        __builtin_prefetch(reinterpret_cast<const void*>(first - HEADER));
+        __builtin_prefetch(reinterpret_cast<const void*>(first + values.capacity() * sizeof values[0]));
     };
     if (cloud != nullptr) {
         fetch(cloud->positions());

@@ -5,7 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 #include <tbb/task_group.h>
@@ -130,15 +129,15 @@ private:
     }
 
     static void freeClouds(const std::vector<LeafRun>& runs) {
-        constexpr std::size_t STAGE =
-            8;  // leaves between the steps that fetch, each of what the last one brought
+        // Leaves between the steps, each of which fetches what the one before has led to
+        constexpr std::size_t STAGE = 8;
         const auto at = [&](std::size_t i, const auto& step) {
             if (i < runs.size()) {
                 step(runs[i].leaf->pc);
             }
         };
         for (std::size_t i = 0; i < runs.size() + 3 * STAGE; ++i) {
-            at(i, [](const auto& cloud) { detail::prefetch(&cloud); });
+            at(i, [](const auto& cloud) { __builtin_prefetch(&cloud); });
             at(i - STAGE, [](const auto& cloud) { detail::prefetchCloud(cloud.get()); });
             at(i - 2 * STAGE, [](const auto& cloud) { detail::prefetchArrays(cloud.get()); });
             at(i - 3 * STAGE, [](auto& cloud) { cloud.reset(); });
