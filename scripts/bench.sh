@@ -2,11 +2,12 @@
 # Measures the library beside its peers and writes docs/performance.md with its pictures:
 #   scripts/bench.sh            generated terrain of 100 thousand to 10 million points; about 40 minutes
 #   scripts/bench.sh --quick    one million points only; about 5 minutes
-#   scripts/bench.sh --growth   up to 50 million points; an hour and a half and 16 GiB of memory
+#   scripts/bench.sh --growth   up to 50 million points; an hour and a half to two and 16 GiB of memory
 #   scripts/bench.sh FILE       the points of a file (PLY, LAS, text or OBJ) in place of the terrain
 #   --sizes N,N...              other numbers of terrain points
-#   --rounds N                  how often each measure is taken, in turn with the others (3; at most 2 beyond 10 million;
-#                               twice as often and once more beside what the machine itself takes)
+#   --rounds N                  how often each measure is taken, in turn with the others (3; at most 2 beyond 10 million,
+#                               once at 300 thousand, 3 and 30 million, which only the plots show; twice as often and
+#                               once more beside what the machine itself takes)
 # Installs what is missing. The page shows the last results of the terrain and of every file measured so far;
 # they are kept in build/peers/results. The README's table follows runs over terrain of the usual sizes.
 set -euo pipefail
@@ -76,6 +77,7 @@ for size in "${sizes[@]}"; do
             own="-$overMeshes|/1_thread/"
             turns=$((rounds < 2 ? rounds : 2))
         }
+        case $size in 300000 | 3000000 | 30000000) turns=1 ;; esac
     fi
     # Beyond 30 million FLANN's k-d tree, which Open3D has too, is measured through PCL.
     programs=(nanoflann cgal flann pcl open3d)

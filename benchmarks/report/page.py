@@ -200,8 +200,8 @@ def growth_table(results, rows):
            "order: what others grow by on the same machine stands beside it. A search in a k-d tree reads the points where the "
            "caller keeps them. What cannot be helped: a surface's octree gains a level whenever its points are four "
            "times as many, and a nested tree tries every point on each level on its way down, so that its time follows "
-           "the levels; and a full tree copies each point from where it was added to its leaf, three reads from anywhere "
-           "in memory (position, colour, scalar), as its points are never moved while they are sorted.")
+           "the levels; and a full tree copies each point from where it was added to its leaf, two reads from anywhere "
+           "in memory (position and colour; the scalar travels with the code), as its points are never moved while they are sorted.")
     yield ""
 
 

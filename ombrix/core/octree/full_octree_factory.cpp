@@ -9,6 +9,35 @@
 #include <ombrix/core/octree/watched_append_detail.h>
 
 namespace ombrix::core {
+namespace {
+
+/// Takes a cloud's scalars, where pairs can hold them, and gives them back at the end.
+class ScalarsForPairs {
+public:
+    explicit ScalarsForPairs(PointCloud& cloud) : cloud_(cloud) {
+        if (detail::canHoldScalars(cloud)) {
+            content_ = detail::PairContent::INDEX_AND_SCALAR;
+            scalars_.swap(cloud.scalars());
+        }
+    }
+    ~ScalarsForPairs() {
+        if (content_ == detail::PairContent::INDEX_AND_SCALAR) {
+            scalars_.swap(cloud_.scalars());
+        }
+    }
+    ScalarsForPairs(const ScalarsForPairs&) = delete;
+    ScalarsForPairs& operator=(const ScalarsForPairs&) = delete;
+
+    [[nodiscard]] detail::PairContent content() const { return content_; }
+    [[nodiscard]] float operator[](std::uint64_t i) const { return scalars_[i]; }
+
+private:
+    PointCloud& cloud_;
+    std::vector<float> scalars_;
+    detail::PairContent content_ = detail::PairContent::INDEX;
+};
+
+}  // namespace
 
 FullOctreeFactory::FullOctreeFactory(const Vector3f& origin, const Vector3f& top, unsigned int capacity)
     : OctreeFactory(origin, top), capacity_(capacity) {}
@@ -72,14 +101,21 @@ void FullOctreeFactory::build(Octree& out, detail::Work* work) {
     const std::vector<Vector3f>& positions = cloud_.positions();
     const double extend = extend_;
     begin(0.1);
-    OctreeConverter::PairVector pairs = detail::mortonPairs(
-        positions.size(),
-        [&](std::uint64_t i) { return detail::cellKey(positions[i].cast<double>(), extend).key; }, work);
+    const auto codeOf = [&](std::uint64_t i) {
+        return detail::cellKey(positions[i].cast<double>(), extend).key;
+    };
+    const ScalarsForPairs scalars(cloud_);
+    OctreeConverter::PairVector pairs =
+        scalars.content() == detail::PairContent::INDEX
+            ? detail::mortonPairs(positions.size(), codeOf, work)
+            : detail::mortonPairs(positions.size(), codeOf, work,
+                                  [&](std::uint64_t i) { return detail::withScalar(i, scalars[i]); });
     begin(0.4);
     detail::sortByCode(pairs, work);
     begin(0.5);
     // Without points the last position wraps around and the run counts as empty.
-    detail::recursiveBuild(cloud_, pairs, {0, positions.size() - 1, 1, 0}, capacity_, false, out, work);
+    detail::recursiveBuild(cloud_, pairs, {0, positions.size() - 1, 1, 0}, capacity_, false, out, work,
+                           scalars.content());
 }
 
 }  // namespace ombrix::core

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -12,10 +13,10 @@
 
 namespace ombrix::core::detail {
 
-/// The pairs (i, codeOf(i)) for i in [0, count), in this order, computed on several threads.
-template <class CodeOf>
+/// The pairs (firstOf(i), codeOf(i)) for i in [0, count), in this order, computed on several threads.
+template <class CodeOf, class FirstOf = std::identity>
 [[nodiscard]] OctreeConverter::PairVector mortonPairs(std::uint64_t count, const CodeOf& codeOf,
-                                                      Work* work = nullptr) {
+                                                      Work* work = nullptr, const FirstOf& firstOf = {}) {
     OctreeConverter::PairVector pairs;
     pairs.reserve(count);
     if (count > 0) {
@@ -29,7 +30,7 @@ template <class CodeOf>
         auto pair = pairs.grow_by(size);
         auto i = static_cast<std::uint64_t>(pair - pairs.begin());
         for (const std::uint64_t last = i + size; i != last; ++i, ++pair) {
-            *pair = {i, codeOf(i)};
+            *pair = {firstOf(i), codeOf(i)};
         }
         WorkSteps(work, 1).step(size);
     });

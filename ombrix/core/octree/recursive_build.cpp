@@ -14,6 +14,7 @@
 #include <ombrix/core/octree/octree_converter.h>
 #include <ombrix/core/octree/prefetch_detail.h>
 #include <ombrix/core/octree/recursive_build_detail.h>
+#include <ombrix/core/points/append_detail.h>
 
 namespace ombrix::core {
 namespace {
@@ -21,6 +22,7 @@ namespace {
 using NodeChunk = OctreeConverter::NodeChunk;
 using Pair = OctreeConverter::Pair;
 using PairVector = OctreeConverter::PairVector;
+using detail::PairContent;
 
 constexpr std::size_t LEAVES_PER_TASK = 512;
 constexpr std::uint64_t LARGE_LEAF = 1u << 18;  // points that are copied in portions while somebody watches
@@ -55,8 +57,13 @@ std::uint64_t endOfRun(const Pairs& pairs, std::uint64_t first, std::uint64_t la
 template <class Pairs>
 class LeafFiller {
 public:
-    LeafFiller(const PointCloud& cloud, const Pairs& pairs, bool positionsOnly, detail::Work* work)
-        : cloud_(cloud), pairs_(pairs), positionsOnly_(positionsOnly), work_(work) {}
+    LeafFiller(const PointCloud& cloud, const Pairs& pairs, PairContent content, bool positionsOnly,
+               detail::Work* work)
+        : cloud_(cloud),
+          pairs_(pairs),
+          withScalars_(content == PairContent::INDEX_AND_SCALAR),
+          positionsOnly_(positionsOnly),
+          work_(work) {}
 
     /// Appends the points of a run to its leaf, on some thread before `wait` returns. A leaf that has a cloud
     /// is filled at once: others may hold it, too.
@@ -148,13 +155,27 @@ private:
         const std::uint64_t portion = work_ == nullptr ? run.last - run.first + 1 : LARGE_LEAF;
         for (std::uint64_t p = run.first; p <= run.last;) {
             const std::uint64_t end = std::min(run.last + 1, p + portion);
-            indices.clear();
-            for (; p != end; ++p) {
-                indices.push_back(pairs_[p].first);
+            const std::uint64_t count = end - p;
+            indices.resize(count);
+            for (std::uint64_t i = 0; i < count; ++i) {
+                indices[i] = index(p + i);
             }
             run.leaf->pc->push_back(cloud_, indices, positionsOnly_);
-            detail::WorkSteps(work_, 1).step(indices.size());
+            if (withScalars_) {
+                std::vector<float>& scalars = run.leaf->pc->scalars();
+                detail::makeRoom(scalars, count);
+                for (std::uint64_t i = 0; i < count; ++i) {
+                    scalars.push_back(detail::scalarOf(pairs_[p + i].first));
+                }
+            }
+            detail::WorkSteps(work_, 1).step(count);
+            p = end;
         }
+    }
+
+    [[nodiscard]] std::uint64_t index(std::uint64_t p) const {
+        const std::uint64_t first = pairs_[p].first;
+        return withScalars_ ? static_cast<std::uint32_t>(first) : first;
     }
 
     /// Has the memory of a leaf's points fetched while another leaf is being filled: they lie anywhere.
@@ -163,12 +184,13 @@ private:
             return;
         }
         for (std::uint64_t p = run.first; p <= run.last; ++p) {
-            detail::prefetchPoint(cloud_, pairs_[p].first);
+            detail::prefetchPoint(cloud_, index(p));
         }
     }
 
     const PointCloud& cloud_;
     const Pairs& pairs_;
+    const bool withScalars_;
     const bool positionsOnly_;
     detail::Work* const work_;
     std::vector<LeafRun> batch_;
@@ -218,8 +240,8 @@ void cut(const Pairs& pairs, const NodeChunk& chunk, unsigned int threshold, Oct
 
 template <class Pairs>
 void build(const PointCloud& cloud, const Pairs& pairs, const NodeChunk& chunk, unsigned int threshold,
-           bool positionsOnly, Octree& out, detail::Work* work) {
-    LeafFiller<Pairs> leaves(cloud, pairs, positionsOnly, work);
+           bool positionsOnly, Octree& out, detail::Work* work, PairContent content) {
+    LeafFiller<Pairs> leaves(cloud, pairs, content, positionsOnly, work);
     const std::uint64_t count = chunk.last - chunk.first + 1;
     out.nodes().reserve(out.keyCount() +
                         std::min(count, NODES_PER_FULL_LEAF * (count / (std::uint64_t{threshold} + 1))));
@@ -235,20 +257,21 @@ void build(const PointCloud& cloud, const Pairs& pairs, const NodeChunk& chunk, 
 }  // namespace
 
 void detail::recursiveBuild(const PointCloud& cloud, const PairVector& pairs, const NodeChunk& chunk,
-                            unsigned int threshold, bool positionsOnly, Octree& out, Work* work) {
+                            unsigned int threshold, bool positionsOnly, Octree& out, Work* work,
+                            PairContent content) {
     if (chunk.last < chunk.first || chunk.last >= pairs.size()) {
         return;
     }
     if (const Pair* contiguous = detail::contiguousPairs(pairs)) {
-        build(cloud, contiguous, chunk, threshold, positionsOnly, out, work);
+        build(cloud, contiguous, chunk, threshold, positionsOnly, out, work, content);
     } else {
-        build(cloud, pairs, chunk, threshold, positionsOnly, out, work);
+        build(cloud, pairs, chunk, threshold, positionsOnly, out, work, content);
     }
 }
 
 void OctreeConverter::recursiveBuild(const PointCloud& cloud, const PairVector& pairs, const NodeChunk& chunk,
                                      unsigned int threshold, bool flag, Octree& out) {
-    detail::recursiveBuild(cloud, pairs, chunk, threshold, flag, out, nullptr);
+    detail::recursiveBuild(cloud, pairs, chunk, threshold, flag, out, nullptr, detail::PairContent::INDEX);
 }
 
 }  // namespace ombrix::core

@@ -1,3 +1,5 @@
+#include <bit>
+#include <cstdint>
 #include <limits>
 #include <map>
 
@@ -109,7 +111,8 @@ TEST(FullOctree, AddsRelativeToItsOriginAndBuildsAgain) {
     PointCloud cloud;
     cloud.resize(2);
     cloud.positions() = {ORIGIN, ORIGIN + Vector3f::Constant(EDGE)};
-    cloud.scalars() = {3.0f, std::numeric_limits<float>::quiet_NaN()};
+    const auto withPayload = std::bit_cast<float>(0xffc12345u);
+    cloud.scalars() = {3.0f, withPayload};
     factory.add(cloud);
     factory.add(cloud, Vector3d(1, 0, 0));
     EXPECT_EQ(factory.size(), 0u);
@@ -121,6 +124,9 @@ TEST(FullOctree, AddsRelativeToItsOriginAndBuildsAgain) {
             {0, 0, 0}, {1, 0, 0}, {EDGE, EDGE, EDGE}, {EDGE + 1, EDGE, EDGE}};
         EXPECT_EQ(octree.node(1).pc->positions(), expected);
         EXPECT_EQ(octree.scalarfieldMax(), 3.0f);
+        const std::vector<float>& scalars = octree.node(1).pc->scalars();
+        EXPECT_EQ(std::bit_cast<std::uint32_t>(scalars.at(3)), 0xffc12345u);
+        EXPECT_EQ(scalars[0] + scalars[1], 6.0f);
     }
     FullOctreeFactory copy = factory;
     copy.add(cloud);
