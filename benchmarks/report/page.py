@@ -261,8 +261,8 @@ def write(clouds, pictures):
         "# Performance",
         "",
         "Written by `scripts/bench.sh`; do not edit. The same work is done by this library and by public peers from "
-        "Debian's packages, in one program for each peer, in random turns, with the same parameters and number of "
-        "threads. A time is reported only where the answers agree: leaves within the capacity, distances and counts "
+        "Debian's packages, in one program for each peer and a process for each row, in random turns, with the same "
+        "parameters and number of threads. A time is reported only where the answers agree: leaves within the capacity, distances and counts "
         "of neighbours equal, normals equal up to their sign.",
         "",
     ]
