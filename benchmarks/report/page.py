@@ -248,9 +248,8 @@ def section(results, pictures):
     yield ""
     yield ("What the work takes beyond its input, the result included; and how long the first run takes, which waits "
            "for the kernel to hand out and clear that memory. The times above are those of later runs, in a process "
-           "that keeps the memory it has freed; this holds for every library here. It also adds to the peaks: a full "
-           "tree takes about 63 bytes a point in a process of its own, where the memory that sorting used goes back "
-           "before the leaves are filled.")
+           "that keeps the memory it has freed; this holds for every library here. It also adds to the peaks, by "
+           "what was kept: a full tree takes 63 to 75 bytes a point.")
     yield ""
     yield from memory_table(results)
     yield from view_table(results)
