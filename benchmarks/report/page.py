@@ -249,7 +249,7 @@ def section(results, pictures):
     yield ("What the work takes beyond its input, the result included; and how long the first run takes, which waits "
            "for the kernel to hand out and clear that memory. The times above are those of later runs, in a process "
            "that keeps the memory it has freed; this holds for every library here. It also adds to the peaks, by "
-           "what was kept: a full tree takes 63 to 75 bytes a point.")
+           "what was kept: a full tree takes 63 to 76 bytes a point.")
     yield ""
     yield from memory_table(results)
     yield from view_table(results)
