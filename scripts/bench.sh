@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Measures the library beside its peers and writes docs/performance.md with its pictures:
 #   scripts/bench.sh            generated terrain of 100 thousand to 10 million points; about 40 minutes
-#   scripts/bench.sh --quick    one million points only; about 5 minutes
-#   scripts/bench.sh --growth   up to 50 million points; an hour and a half and 16 GiB of memory
+#   scripts/bench.sh --quick    one million points only; about 7 minutes
+#   scripts/bench.sh --growth   up to 50 million points; about an hour and 16 GiB of memory
 #   scripts/bench.sh FILE       the points of a file (PLY, LAS, text or OBJ) in place of the terrain
 #   --sizes N,N...              other numbers of terrain points
 #   --rounds N                  how often each measure is taken, in turn with the others (3; at most 2 beyond 10 million;

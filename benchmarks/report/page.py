@@ -201,7 +201,8 @@ def growth_table(results, rows):
            "caller keeps them. What cannot be helped: a surface's octree gains a level whenever its points are four "
            "times as many, and a nested tree tries every point on each level on its way down, so that its time follows "
            "the levels; and a full tree copies each point from where it was added to its leaf, two reads from anywhere "
-           "in memory (position and colour; the scalar travels with the code), as its points are never moved while they are sorted.")
+           "in memory (position and colour; the scalar travels with the code), as its points are never moved while they "
+           "are sorted.")
     yield ""
 
 
@@ -261,8 +262,8 @@ def write(clouds, pictures):
         "",
         "Written by `scripts/bench.sh`; do not edit. The same work is done by this library and by public peers from "
         "Debian's packages, in one program for each peer and a process for each row, in random turns, with the same "
-        "parameters and number of threads. A time is reported only where the answers agree: leaves within the capacity, distances and counts "
-        "of neighbours equal, normals equal up to their sign.",
+        "parameters and number of threads. A time is reported only where the answers agree: leaves within the "
+        "capacity, distances and counts of neighbours equal, normals equal up to their sign.",
         "",
     ]
     lines += machine(clouds[0].context)

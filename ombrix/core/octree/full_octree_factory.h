@@ -40,7 +40,7 @@ public:
     /// points there are no nodes.
     void operator()(Octree& out) override;
     /// The same within a context. When stopped, it answers false, the factory is as it was and `out` has no
-    /// nodes, also where it held some; removing them takes up to 10 ns a point.
+    /// nodes; removing them takes up to 10 ns for a new point and 40 ns for one that `out` held before.
     [[nodiscard]] bool operator()(Octree& out, const WorkContext& context);
 
 protected:
